@@ -1,0 +1,58 @@
+# Chooses the TEE client library and defines the interface target karst_teec
+# that the library links against.
+#
+# Board build (system): the board's tee_client_api.h and libteec; platform paths are the real
+# ones and KARST_ROOT is not read.
+# Host build (emulator): the project's own tee_client_api.h and the emulator, which is built as
+# a drop-in libteec.so.1; platform paths are prefixed with $KARST_ROOT when it is set.
+
+find_path(KARST_SYSTEM_TEEC_INCLUDE_DIR tee_client_api.h)
+find_library(KARST_SYSTEM_TEEC_LIBRARY teec)
+
+if(KARST_TEE STREQUAL "auto")
+    if(KARST_SYSTEM_TEEC_INCLUDE_DIR AND KARST_SYSTEM_TEEC_LIBRARY)
+        set(KARST_TEE_RESOLVED system)
+    else()
+        set(KARST_TEE_RESOLVED emulator)
+    endif()
+else()
+    set(KARST_TEE_RESOLVED ${KARST_TEE})
+endif()
+
+add_library(karst_teec INTERFACE)
+
+if(KARST_TEE_RESOLVED STREQUAL "system")
+    if(NOT KARST_SYSTEM_TEEC_INCLUDE_DIR OR NOT KARST_SYSTEM_TEEC_LIBRARY)
+        message(FATAL_ERROR "KARST_TEE=system but tee_client_api.h or libteec was not found")
+    endif()
+    set(KARST_WITH_EMULATOR OFF)
+    set(KARST_TEEC_INCLUDE_DIR ${KARST_SYSTEM_TEEC_INCLUDE_DIR})
+    target_include_directories(karst_teec INTERFACE ${KARST_SYSTEM_TEEC_INCLUDE_DIR})
+    target_link_libraries(karst_teec INTERFACE ${KARST_SYSTEM_TEEC_LIBRARY})
+    message(STATUS "karst: board build against ${KARST_SYSTEM_TEEC_LIBRARY}")
+elseif(KARST_TEE_RESOLVED STREQUAL "emulator")
+    set(KARST_WITH_EMULATOR ON)
+    set(KARST_TEEC_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/emulator/include)
+    target_include_directories(karst_teec INTERFACE
+        $<BUILD_INTERFACE:${KARST_TEEC_INCLUDE_DIR}>)
+    target_compile_definitions(karst_teec INTERFACE KARST_HOST_BUILD=1)
+    # The emulator target (teec) is linked in emulator/CMakeLists.txt.
+    message(STATUS "karst: host build against the secure-world emulator")
+else()
+    message(FATAL_ERROR "KARST_TEE must be auto, system or emulator (got ${KARST_TEE})")
+endif()
+
+# Whether TEEC_Context begins with the TEE device descriptor. Where it does, the library keeps
+# the descriptor at -1 while the context is closed; where it does not, it relies on its own
+# open flag alone.
+include(CheckCSourceCompiles)
+set(CMAKE_REQUIRED_INCLUDES ${KARST_TEEC_INCLUDE_DIR})
+check_c_source_compiles("
+#include <stddef.h>
+#include <tee_client_api.h>
+_Static_assert(offsetof(TEEC_Context, fd) == 0, \"fd first\");
+int main(void) { return 0; }" KARST_TEEC_CONTEXT_FD_FIRST)
+unset(CMAKE_REQUIRED_INCLUDES)
+if(KARST_TEEC_CONTEXT_FD_FIRST)
+    target_compile_definitions(karst_teec INTERFACE KARST_TEEC_CONTEXT_FD_FIRST=1)
+endif()

@@ -1,0 +1,94 @@
+/*
+ * Test controls of the karst secure-world emulator.
+ *
+ * The emulator is a drop-in TEE client library (libteec.so.1) with a model of the board's
+ * pseudo trusted application behind it. These calls let tests script its answers, inject
+ * failures, read a journal of every command invoked, and check that nothing was left behind.
+ *
+ * The same scripts can be given to whole processes through environment variables, read when a
+ * process first initialises a context:
+ *   KARST_EMU_SCRIPT_INIT, KARST_EMU_SCRIPT_OPEN, KARST_EMU_SCRIPT_REGISTER,
+ *   KARST_EMU_SCRIPT_INVOKE   comma-separated result codes (decimal or 0x hex) for the next calls
+ *                             of that kind; 0 lets a call proceed normally.
+ *   KARST_EMU_JOURNAL         a file to which one line per invoke is appended.
+ *
+ * State (the application's stored values) lives under $KARST_ROOT/var/lib/karst-emulator, or
+ * /var/lib/karst-emulator when KARST_ROOT is not set.
+ */
+#ifndef KARST_EMU_H
+#define KARST_EMU_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define KARST_EMU_API __attribute__((visibility("default")))
+
+typedef enum {
+    KARST_EMU_INIT = 0,     /* TEEC_InitializeContext */
+    KARST_EMU_OPEN = 1,     /* TEEC_OpenSession */
+    KARST_EMU_REGISTER = 2, /* TEEC_RegisterSharedMemory */
+    KARST_EMU_INVOKE = 3,   /* TEEC_InvokeCommand */
+    KARST_EMU_OP_COUNT = 4
+} karst_emu_op;
+
+/* Queues answers for the next count calls of op: each call takes the next code; a code of 0
+ * lets the call proceed normally. Scripted failures change nothing in the emulator. Replaces
+ * any answers still queued for op. */
+KARST_EMU_API void karst_emu_script(karst_emu_op op, const uint32_t *codes, size_t count);
+/* Makes the nth call of op from now on (1 for the next) fail with code. */
+KARST_EMU_API void karst_emu_fail_nth(karst_emu_op op, size_t nth, uint32_t code);
+/* Calls of op made since the last reset. */
+KARST_EMU_API size_t karst_emu_calls(karst_emu_op op);
+
+/* What the process holds now: for checks that nothing was left behind. */
+typedef struct {
+    size_t contexts;   /* initialised and not finalised */
+    size_t sessions;   /* open and not closed */
+    size_t registered; /* shared memory registered and not released */
+} karst_emu_stats;
+KARST_EMU_API void karst_emu_get_stats(karst_emu_stats *stats);
+
+/* One invoke as the application received it. */
+typedef struct {
+    uint32_t type;        /* TEEC_NONE, TEEC_VALUE_*, TEEC_MEMREF_* as given by the caller */
+    uint32_t a, b;        /* value parameters */
+    size_t size;          /* memory references: the size of the referenced memory */
+    uint32_t flags;       /* registered memory: the block's TEEC_MEM_ flags */
+    const uint8_t *input; /* input memory as it was sent (first input_kept bytes) */
+    size_t input_kept;
+    size_t output_size; /* output memory: the size reported back */
+} karst_emu_param;
+
+typedef struct {
+    uint32_t command;
+    uint32_t param_types;
+    uint32_t result;
+    uint32_t origin;
+    karst_emu_param params[4];
+} karst_emu_invoke_record;
+
+/* Number of invokes journalled since the last clear. */
+KARST_EMU_API size_t karst_emu_journal_count(void);
+/* Copies record index; its input pointers stay valid until the journal is cleared. Returns 0, or
+ * -1 for an index out of range. */
+KARST_EMU_API int karst_emu_journal_get(size_t index, karst_emu_invoke_record *record);
+KARST_EMU_API void karst_emu_journal_clear(void);
+/* How many input bytes a journal record keeps of each memory reference (default 1 MiB). */
+KARST_EMU_API void karst_emu_journal_input_limit(size_t bytes);
+
+/* Clears scripts, counters and the journal (not the application's stored state). */
+KARST_EMU_API void karst_emu_reset(void);
+
+/* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the
+ * emulator's state directory) under root. Returns 0 or -1. */
+KARST_EMU_API int karst_emu_setup(const char *root);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,56 @@
+// The emulator's process-wide bookkeeping: scripted answers, call counters, the invoke journal
+// and the records of what callers hold (contexts, sessions, registered memory).
+#pragma once
+
+#include "karst_emu.h"
+#include "tee_client_api.h"
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace karst::emu {
+
+// Counts a call of op and takes its scripted answer, if one is queued and is not 0.
+std::optional<uint32_t> next_scripted(karst_emu_op op);
+
+// Holders, for parameter checks and leak checks.
+void context_opened(TEEC_Context *ctx);
+bool context_known(const TEEC_Context *ctx);
+void context_closed(TEEC_Context *ctx);
+
+void session_opened(TEEC_Session *session);
+bool session_known(const TEEC_Session *session);
+void session_closed(TEEC_Session *session);
+
+struct Registration {
+    void *buffer;
+    size_t size;
+    uint32_t flags;
+};
+void memory_registered(TEEC_SharedMemory *shm, const Registration &reg);
+std::optional<Registration> registration_of(const TEEC_SharedMemory *shm);
+bool memory_released(TEEC_SharedMemory *shm);
+
+// Journal: an invoke as received (inputs copied before the application runs) and its outcome.
+struct JournalParam {
+    uint32_t type = TEEC_NONE;
+    uint32_t a = 0, b = 0;
+    size_t size = 0;
+    uint32_t flags = 0;
+    std::vector<uint8_t> input; // the first bytes of input memory, up to the journal's limit
+    size_t output_size = 0;
+};
+struct JournalEntry {
+    uint32_t command = 0;
+    uint32_t param_types = 0;
+    uint32_t result = 0;
+    uint32_t origin = 0;
+    JournalParam params[4];
+};
+// How many input bytes an entry keeps of each memory reference.
+size_t journal_input_limit();
+void journal_add(JournalEntry entry);
+
+} // namespace karst::emu

@@ -1,0 +1,37 @@
+#include "application.hpp"
+
+#include <array>
+#include <cstring>
+
+namespace karst::emu {
+namespace {
+
+constexpr TEEC_UUID APPLICATION_UUID = {
+    0xCCF5BD24, 0xE290, 0x468E, {0x81, 0x12, 0xFD, 0x09, 0x96, 0xC4, 0xA8, 0xDF}};
+
+constexpr uint32_t COMMAND_COUNT = 35;
+
+// Command IDs as the application numbers them.
+constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
+    std::array<CommandHandler, COMMAND_COUNT> t{};
+    t[4] = ubootenv_get;
+    t[5] = ubootenv_set;
+    return t;
+}();
+
+} // namespace
+
+bool is_application(const TEEC_UUID &uuid) {
+    return uuid.timeLow == APPLICATION_UUID.timeLow && uuid.timeMid == APPLICATION_UUID.timeMid &&
+           uuid.timeHiAndVersion == APPLICATION_UUID.timeHiAndVersion &&
+           std::memcmp(uuid.clockSeqAndNode, APPLICATION_UUID.clockSeqAndNode, 8) == 0;
+}
+
+TEEC_Result application_invoke(uint32_t command, Params &params) {
+    if (command >= COMMAND_COUNT || handlers[command] == nullptr) {
+        return TEEC_ERROR_NOT_SUPPORTED;
+    }
+    return handlers[command](params);
+}
+
+} // namespace karst::emu

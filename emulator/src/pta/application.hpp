@@ -1,0 +1,23 @@
+// The model of the board's pseudo trusted application: its commands and its stored state.
+#pragma once
+
+#include "params.hpp"
+
+#include <cstdint>
+
+namespace karst::emu {
+
+// The application's identity.
+bool is_application(const TEEC_UUID &uuid);
+
+// Runs one command. The result is the application's answer (origin: the trusted application).
+TEEC_Result application_invoke(uint32_t command, Params &params);
+
+// One command's handler.
+using CommandHandler = TEEC_Result (*)(Params &params);
+
+// Handlers of the U-Boot environment commands.
+TEEC_Result ubootenv_get(Params &params);
+TEEC_Result ubootenv_set(Params &params);
+
+} // namespace karst::emu

@@ -1,0 +1,55 @@
+#include "state_dir.hpp"
+
+#include "karst_emu.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <sys/stat.h>
+
+namespace karst::emu {
+
+std::string run_root() {
+    const char *root = std::getenv("KARST_ROOT");
+    std::string prefix = root != nullptr ? root : "";
+    while (!prefix.empty() && prefix.back() == '/') {
+        prefix.pop_back();
+    }
+    return prefix;
+}
+
+bool make_dirs(const std::string &path) {
+    for (size_t pos = 1; pos <= path.size(); ++pos) {
+        if (pos == path.size() || path[pos] == '/') {
+            const std::string part = path.substr(0, pos);
+            if (::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
+                return false;
+            }
+        }
+    }
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string state_dir() {
+    std::string dir = run_root() + "/var/lib/karst-emulator";
+    return make_dirs(dir) ? dir : std::string();
+}
+
+} // namespace karst::emu
+
+extern "C" int karst_emu_setup(const char *root) {
+    if (root == nullptr) {
+        return -1;
+    }
+    std::string base(root);
+    while (!base.empty() && base.back() == '/') {
+        base.pop_back();
+    }
+    for (const char *dir :
+         {"/nv1", "/tmp", "/etc/defaults", "/dev", "/usr/bin", "/var/lib/karst-emulator"}) {
+        if (!karst::emu::make_dirs(base + dir)) {
+            return -1;
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,125 @@
+/*
+ * karst: the board's secure-world services for the management controller's programs.
+ *
+ * Every call opens the TEE session it needs and closes it before it returns, unless its
+ * description says otherwise. Results: 0 for success, -1 for a failure, unless a call says it
+ * returns a TEE result code. Messages are printed on standard output.
+ *
+ * Usable from C99 and C++.
+ */
+#ifndef KARST_H
+#define KARST_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define KARST_API __attribute__((visibility("default")))
+#else
+#define KARST_API
+#endif
+
+/* ---------------------------------------------------------------------------------------------
+ * Command numbers. A dispatcher number equals the command ID the secure world sees, except that
+ * 32 and 33 are aliases of 31.
+ */
+#define PTA_DALU_CMD_FW_AUTH 0u
+#define PTA_DALU_CMD_FW_UPLOAD 1u
+#define PTA_DALU_CMD_FW_UPDATE 2u
+#define PTA_DALU_CMD_FW_DUMP 3u
+#define PTA_DALU_CMD_UBOOTENV_GET 4u
+#define PTA_DALU_CMD_UBOOTENV_SET 5u
+#define PTA_DALU_CMD_CPLD_REGR 6u
+#define PTA_DALU_CMD_CPLD_REGW 7u
+#define PTA_DALU_CMD_INVENTORY_GET 8u
+#define PTA_DALU_CMD_INVENTORY_SET 9u
+#define PTA_DALU_CMD_FW_DELETE 10u
+#define PTA_DALU_CMD_REPLACE_CRT 11u
+#define PTA_DALU_CMD_ATT_DUMP 12u
+#define PTA_DALU_CMD_GEN_CSR 13u
+#define PTA_DALU_CMD_ATT_SIGN 14u
+#define PTA_DALU_CMD_ATT_VERIFY 15u
+#define PTA_DALU_CMD_BLK_GET 16u
+#define PTA_DALU_CMD_BLK_VERIFY 17u
+#define PTA_DALU_CMD_MEMREG_GET 18u
+#define PTA_DALU_CMD_PROV_QUERY 22u
+#define PTA_DALU_CMD_ATT_VALIDATE 24u
+#define PTA_DALU_CMD_RA_REFRESH 26u
+#define PTA_DALU_CMD_REPLACE_RA_CRT 27u
+#define PTA_DALU_CMD_AUTH_CERTS 30u
+#define PTA_DALU_CMD_FW_AUTH_DBLK 31u
+#define PTA_DALU_CMD_GET_CERTIFICATE 34u
+
+/* ---------------------------------------------------------------------------------------------
+ * TEE session. One context and one session per process.
+ */
+
+/* Opens the context and the session. Returns 0, 0xFFFF000D (busy) when this process already has
+ * them open, or the TEE client library's result code. Waits out a busy secure world with three
+ * attempts, 100 ms apart. */
+KARST_API uint32_t pta_open_session(void);
+/* Closes what a successful pta_open_session() opened. */
+KARST_API void pta_close_session(void);
+
+/* ---------------------------------------------------------------------------------------------
+ * Command argument block and dispatcher.
+ *
+ * The block is six pointer-width words. Word 0 and 1 carry numbers, word 3 a length or count,
+ * words 4 and 5 addresses; word 2 is carried but unused (set it to 0).
+ */
+#define PTA20_ARGS_WORDS 6
+
+/* Stores a1..a3 in words 0..2, a4 in word 4, a5 in word 3 and a6 in word 5. */
+KARST_API void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4,
+                          uintptr_t a5, uintptr_t a6);
+/* Runs the routine for the command number with the words it needs and returns its result;
+ * -1 for a number without a routine. The session must be open. */
+KARST_API int pta_invoke_cmd(uint32_t number, uintptr_t *block);
+/* The dispatcher's second level, for numbers 4 to 9, 14 and 15. */
+KARST_API int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4);
+/* Ignores its arguments and returns -1. */
+KARST_API int pta_invoke_test_cmd(uintptr_t a, uintptr_t b);
+
+/* Exported for compatibility; the library never reads or writes it. */
+KARST_API extern uint32_t cmd_args;
+
+/* ---------------------------------------------------------------------------------------------
+ * File helpers.
+ */
+
+/* Reads a whole file into a new heap buffer, which the caller frees (also for an empty file).
+ * On failure *buffer_out is null or unchanged and -1 is returned. */
+KARST_API int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_out);
+/* Writes size bytes to path, creating or truncating the file. */
+KARST_API int writebin(const char *path, const void *buffer, uint32_t size);
+/* Copies source into a field of capacity bytes (at least 1), cutting it with a warning when it
+ * does not fit. The destination is always terminated. */
+KARST_API void xstrcpy(char *destination, const char *source, int capacity);
+
+/* ---------------------------------------------------------------------------------------------
+ * U-Boot environment.
+ */
+
+/* Reads variable name into buffer (size bytes; 0 means room for 32768). The value is copied
+ * with its terminating zero. */
+KARST_API int pta20_ubootenv_get(const char *name, char *buffer, uint32_t size);
+/* Sets variable name to value; a null or empty value clears it. */
+KARST_API int pta20_ubootenv_set(const char *name, const char *value);
+
+/* Bodies of the calls above; they need the open session. With a null out, the variable is
+ * printed as name=value. */
+KARST_API int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t out_size);
+KARST_API int _pta_invoke_ubootenv_set(const char *name, const char *value);
+/* Dispatcher entries 4 and 5: text is a variable name, or name=value (split in place). */
+KARST_API int pta_invoke_ubootenv_get(uint32_t number, char *text);
+KARST_API int pta_invoke_ubootenv_set(uint32_t number, char *text);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KARST_H */

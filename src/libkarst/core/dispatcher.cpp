@@ -1,0 +1,78 @@
+// The command argument block and the two-level dispatcher. A number's routine receives the
+// number itself and the block's words listed in its table entry; a number without an entry
+// answers -1 without a message and without reaching the secure world.
+#include "karst.h"
+
+#include <array>
+#include <cstdint>
+
+extern "C" {
+KARST_API uint32_t cmd_args = 0;
+}
+
+namespace {
+
+using Block = uintptr_t *;
+
+template <typename T> T *address(uintptr_t word) {
+    return reinterpret_cast<T *>(word);
+}
+
+// First level: routines that take their words straight from the block (numbers 0 to 34).
+using FirstLevelRoutine = int (*)(uint32_t number, Block block);
+constexpr uint32_t FIRST_LEVEL_LAST = 34;
+
+constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
+    std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> t{};
+    return t;
+}();
+
+// Second level: numbers 4 to 15, with words 1 and 4.
+using SecondLevelRoutine = int (*)(uint32_t number, uintptr_t word1, uintptr_t word4);
+constexpr uint32_t SECOND_LEVEL_FIRST = 4;
+constexpr uint32_t SECOND_LEVEL_COUNT = 12;
+
+constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
+    std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> t{};
+    auto at = [&t](uint32_t number) -> SecondLevelRoutine & {
+        return t[number - SECOND_LEVEL_FIRST];
+    };
+    at(PTA_DALU_CMD_UBOOTENV_GET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_ubootenv_get(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_UBOOTENV_SET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_ubootenv_set(n, address<char>(w4));
+    };
+    return t;
+}();
+
+} // namespace
+
+extern "C" void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4,
+                           uintptr_t a5, uintptr_t a6) {
+    block[0] = a1;
+    block[1] = a2;
+    block[2] = a3;
+    block[4] = a4; // the fourth and fifth arguments go crosswise
+    block[3] = a5;
+    block[5] = a6;
+}
+
+extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) {
+    if (number <= FIRST_LEVEL_LAST && first_level[number] != nullptr) {
+        return first_level[number](number, block);
+    }
+    return pta_invoke_cmd_default(number, block[1], block[4]);
+}
+
+extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4) {
+    const uint32_t index = number - SECOND_LEVEL_FIRST; // unsigned: below 4 wraps far above 11
+    if (index < SECOND_LEVEL_COUNT && second_level[index] != nullptr) {
+        return second_level[index](number, word1, word4);
+    }
+    return -1;
+}
+
+extern "C" int pta_invoke_test_cmd(uintptr_t, uintptr_t) {
+    return -1;
+}

@@ -1,0 +1,18 @@
+#include "file_handle.hpp"
+
+#include <fcntl.h>
+
+namespace karst {
+
+std::FILE *file_open(const char *path, const char *mode) {
+    // Close on exec: shell commands run by the library must not inherit the library's files.
+    char with_cloexec[8];
+    std::snprintf(with_cloexec, sizeof with_cloexec, "%se", mode);
+    return std::fopen(path, with_cloexec);
+}
+
+int fd_open(const char *path, int flags, int mode) {
+    return ::open(path, flags | O_CLOEXEC, mode);
+}
+
+} // namespace karst

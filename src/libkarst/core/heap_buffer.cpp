@@ -1,0 +1,10 @@
+#include "heap_buffer.hpp"
+
+namespace karst {
+
+void *heap_allocate(std::size_t size, bool zeroed) {
+    const std::size_t n = size == 0 ? 1 : size;
+    return zeroed ? std::calloc(1, n) : std::malloc(n);
+}
+
+} // namespace karst

@@ -1,0 +1,50 @@
+#include "log.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace karst::log {
+namespace {
+
+// One whole line at a time: a message's prefix and text are never split by another thread's.
+void emit(char tag, const char *func, int line, const char *fmt, va_list ap) {
+    flockfile(stdout);
+    std::printf("[%c:%s:%d] ", tag, func, line);
+    std::vprintf(fmt, ap);
+    funlockfile(stdout);
+}
+
+} // namespace
+
+void error(const char *func, int line, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    emit('E', func, line, fmt, ap);
+    va_end(ap);
+}
+
+void info(const char *func, int line, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    emit('I', func, line, fmt, ap);
+    va_end(ap);
+}
+
+void named(const char *func, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    flockfile(stdout);
+    std::printf("[%s] ", func);
+    std::vprintf(fmt, ap);
+    funlockfile(stdout);
+    va_end(ap);
+}
+
+void plain(const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    std::vprintf(fmt, ap);
+    va_end(ap);
+}
+
+} // namespace karst::log

@@ -1,0 +1,20 @@
+// Messages of the library. Every message goes to standard output through these macros, so that
+// each kind of line has one format: "[E:func:line] ..." for errors, "[I:func:line] ..." for
+// information, where func is the printing routine's own name and line its source line.
+#pragma once
+
+namespace karst::log {
+
+void error(const char *func, int line, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
+void info(const char *func, int line, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
+// "[func] ..." lines, used by the helpers that print their own name without a line number.
+void named(const char *func, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+// A line with no prefix at all (printed values, "Invalid arguments:" lines).
+void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace karst::log
+
+#define KARST_E(...) ::karst::log::error(__func__, __LINE__, __VA_ARGS__)
+#define KARST_I(...) ::karst::log::info(__func__, __LINE__, __VA_ARGS__)
+#define KARST_NAMED(...) ::karst::log::named(__func__, __VA_ARGS__)
+#define KARST_PRINT(...) ::karst::log::plain(__VA_ARGS__)

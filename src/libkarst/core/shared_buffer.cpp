@@ -1,0 +1,52 @@
+#include "shared_buffer.hpp"
+
+namespace karst::tee {
+
+TEEC_Result register_memory(TEEC_SharedMemory &record) {
+    return TEEC_RegisterSharedMemory(&context(), &record);
+}
+
+TEEC_Result SharedRegion::share(void *buffer, std::size_t size, std::uint32_t flags) {
+    release();
+    record_ = TEEC_SharedMemory{};
+    record_.buffer = buffer;
+    record_.size = size;
+    record_.flags = flags;
+    const TEEC_Result res = register_memory(record_);
+    registered_ = res == TEEC_SUCCESS;
+    return res;
+}
+
+void SharedRegion::release() {
+    if (registered_) {
+        TEEC_ReleaseSharedMemory(&record_);
+        registered_ = false;
+    }
+}
+
+void Operation::set_type(int index, std::uint32_t type) {
+    const unsigned shift = static_cast<unsigned>(index) * 4;
+    op_.paramTypes = (op_.paramTypes & ~(0xFu << shift)) | (type << shift);
+}
+
+Operation &Operation::whole(int index, TEEC_SharedMemory *record) {
+    set_type(index, TEEC_MEMREF_WHOLE);
+    op_.params[index].memref.parent = record;
+    op_.params[index].memref.offset = 0;
+    op_.params[index].memref.size = record->size;
+    return *this;
+}
+
+Operation &Operation::value(int index, std::uint32_t a) {
+    set_type(index, TEEC_VALUE_INPUT);
+    op_.params[index].value.a = a;
+    op_.params[index].value.b = 0;
+    return *this;
+}
+
+TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin) {
+    origin = 0;
+    return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
+}
+
+} // namespace karst::tee

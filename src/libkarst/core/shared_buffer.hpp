@@ -1,0 +1,80 @@
+// Buffers exchanged with the secure world: the library's own heap memory, registered as shared
+// memory with the open context. The destructor releases the registration and then frees the
+// buffer, so a routine that declares its buffers in order releases them last buffer first, on
+// every path.
+#pragma once
+
+#include "heap_buffer.hpp"
+#include "tee_session.hpp"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace karst::tee {
+
+// The library's single point where memory is registered with the TEE client library.
+TEEC_Result register_memory(TEEC_SharedMemory &record);
+
+// A registration of memory that someone else owns (a mapping, a caller's buffer).
+class SharedRegion {
+  public:
+    SharedRegion() = default;
+    SharedRegion(const SharedRegion &) = delete;
+    SharedRegion &operator=(const SharedRegion &) = delete;
+    ~SharedRegion() { release(); }
+
+    TEEC_Result share(void *buffer, std::size_t size, std::uint32_t flags);
+    void release();
+
+    TEEC_SharedMemory *record() { return &record_; }
+    bool registered() const { return registered_; }
+
+  private:
+    TEEC_SharedMemory record_{};
+    bool registered_ = false;
+};
+
+// A heap buffer of the routine's own, optionally registered.
+class SharedBuffer {
+  public:
+    bool allocate(std::size_t size, bool zeroed = false) { return memory_.allocate(size, zeroed); }
+    TEEC_Result share(std::uint32_t flags) {
+        return region_.share(memory_.data(), memory_.size(), flags);
+    }
+
+    std::uint8_t *data() const { return memory_.data(); }
+    char *chars() const { return memory_.chars(); }
+    std::size_t size() const { return memory_.size(); }
+    TEEC_SharedMemory *record() { return region_.record(); }
+
+  private:
+    HeapBuffer memory_;   // destroyed second: freed
+    SharedRegion region_; // destroyed first: released
+};
+
+// An operation record under construction.
+class Operation {
+  public:
+    Operation() = default;
+
+    // A whole registered block as parameter index.
+    Operation &whole(int index, SharedRegion &region) { return whole(index, region.record()); }
+    Operation &whole(int index, SharedBuffer &buffer) { return whole(index, buffer.record()); }
+    // A value input parameter (number in a, 0 in b).
+    Operation &value(int index, std::uint32_t a);
+
+    TEEC_Operation *get() { return &op_; }
+    // The data size the secure world reported for a memory reference parameter.
+    std::size_t size_of(int index) const { return op_.params[index].memref.size; }
+
+  private:
+    Operation &whole(int index, TEEC_SharedMemory *record);
+    void set_type(int index, std::uint32_t type);
+
+    TEEC_Operation op_{};
+};
+
+// Invokes a command of the open session. origin receives the return origin.
+TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin);
+
+} // namespace karst::tee

@@ -1,0 +1,109 @@
+#include "tee_session.hpp"
+
+#include "karst.h"
+#include "log.hpp"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace karst::tee {
+namespace {
+
+constexpr TEEC_UUID PTA_DALU_UUID = {
+    0xCCF5BD24, 0xE290, 0x468E, {0x81, 0x12, 0xFD, 0x09, 0x96, 0xC4, 0xA8, 0xDF}};
+constexpr int PTA_OPEN_RETRIES = 3;
+constexpr int PTA_OPEN_RETRY_DELAY_MS = 100;
+
+#if defined(KARST_TEEC_CONTEXT_FD_FIRST)
+constinit TEEC_Context g_context = [] {
+    TEEC_Context closed{};
+    closed.fd = -1;
+    return closed;
+}();
+void mark_descriptor_closed() {
+    g_context.fd = -1;
+}
+#else
+TEEC_Context g_context{};
+void mark_descriptor_closed() {}
+#endif
+TEEC_Session g_session{};
+
+// The busy test and the claim of the context are one atomic step, so that of two threads that
+// open at the same moment exactly one proceeds. The flag is set from the claim until the context
+// is finalised again.
+std::atomic<bool> g_claimed{false};
+
+void finalize_context() {
+    TEEC_FinalizeContext(&g_context);
+    mark_descriptor_closed();
+    g_claimed.store(false, std::memory_order_release);
+}
+
+} // namespace
+
+TEEC_Context &context() {
+    return g_context;
+}
+TEEC_Session &session() {
+    return g_session;
+}
+bool is_open() {
+    return g_claimed.load(std::memory_order_acquire);
+}
+
+int context_fd() {
+#if defined(KARST_TEEC_CONTEXT_FD_FIRST)
+    return is_open() ? g_context.fd : -1;
+#else
+    return -1;
+#endif
+}
+
+} // namespace karst::tee
+
+using namespace karst::tee;
+
+extern "C" uint32_t pta_open_session(void) {
+    if (g_claimed.exchange(true, std::memory_order_acq_rel)) {
+        KARST_I("pta_open_session: TEE is busy");
+        return TEEC_ERROR_BUSY;
+    }
+
+    TEEC_Result res = TEEC_InitializeContext(nullptr, &g_context);
+    if (res != TEEC_SUCCESS) {
+        KARST_E("TEEC_InitializeContext failed with code 0x%x\n", res);
+        mark_descriptor_closed();
+        g_claimed.store(false, std::memory_order_release);
+        return res;
+    }
+
+    uint32_t origin = 0;
+    for (int attempt = 1; attempt <= PTA_OPEN_RETRIES; ++attempt) {
+        res = TEEC_OpenSession(&g_context, &g_session, &PTA_DALU_UUID, TEEC_LOGIN_PUBLIC, nullptr,
+                               nullptr, &origin);
+        if (res != TEEC_ERROR_BUSY) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(PTA_OPEN_RETRY_DELAY_MS));
+        KARST_E("TEEC_Opensession retries %d time(s)\n", attempt);
+    }
+
+    if (res != TEEC_SUCCESS) {
+        finalize_context();
+        KARST_E("TEEC_Opensession failed with code 0x%x origin 0x%x\n", res, origin);
+        return res;
+    }
+    return TEEC_SUCCESS;
+}
+
+extern "C" void pta_close_session(void) {
+    // Only the owner of an open session may close it; a stray close must not tear down a
+    // context that another thread is still using or opening.
+    if (!is_open()) {
+        return;
+    }
+    TEEC_CloseSession(&g_session);
+    finalize_context();
+}

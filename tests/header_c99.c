@@ -1,0 +1,16 @@
+/* The exported header as a C99 program sees it. */
+#include <karst.h>
+
+#if !defined(__STDC_VERSION__) || __STDC_VERSION__ != 199901L
+#error "this file must be compiled as C99"
+#endif
+
+int karst_c99_probe(void);
+
+int karst_c99_probe(void) {
+    uintptr_t block[PTA20_ARGS_WORDS] = {0};
+    pta20_args(block, 1, 2, 3, 4, 5, 6);
+    /* The exported data and a few calls, to be sure they link from C. */
+    cmd_args = 0;
+    return (int)block[3] + (int)PTA_DALU_CMD_GET_CERTIFICATE + pta_invoke_test_cmd(0, 0);
+}
