@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The whole test suite: a normal build, then an AddressSanitizer + UndefinedBehaviorSanitizer
-# build with leaks counted as failures.
+# The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
+# with leaks counted as failures; and the 32-bit ARM build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh
+scripts/deps.sh g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
 run_suite() {
@@ -17,9 +17,14 @@ run_suite() {
 }
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
+scripts/check_install.sh build/host
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run_suite asan -DCMAKE_BUILD_TYPE=Debug -DKARST_SANITIZE=ON
+
+unset ASAN_OPTIONS UBSAN_OPTIONS
+run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
 
 echo "All suites passed."

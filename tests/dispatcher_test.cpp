@@ -87,6 +87,10 @@ struct SplitCase {
     const char *value; // what the application receives ("" for an empty or absent value)
 };
 
+void PrintTo(const SplitCase &c, std::ostream *os) {
+    *os << '"' << c.text << '"';
+}
+
 class SplitTest : public DispatcherTest, public ::testing::WithParamInterface<SplitCase> {};
 
 TEST_P(SplitTest, NumberFiveSplitsNameAndValue) {

@@ -1,0 +1,20 @@
+// The one place where the library runs shell commands.
+//
+// A command line is built from fixed text and words made safe with quote(): whatever a quoted
+// word holds (spaces, quotes, ";", "$( )", backquotes, newlines), the shell takes it as one
+// literal word. Caller input never reaches the shell any other way.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace karst::shell {
+
+// One literal shell word: the text in single quotes, each ' written as '\''.
+std::string quote(std::string_view text);
+
+// Runs the command line with /bin/sh through system(). Returns system()'s status; the library
+// judges success by the files a command leaves, not by this status.
+int run(const std::string &command_line);
+
+} // namespace karst::shell
