@@ -3,6 +3,7 @@
 // long length forms.
 #include "device_identity.hpp"
 #include "karst_emu.h"
+#include "ra_data.hpp"
 
 #include <gtest/gtest.h>
 
@@ -70,6 +71,26 @@ TEST_F(IdentityTest, FactoryChainIsRealDerWithBothLongLengthForms) {
     EXPECT_TRUE(one_byte_form);
     EXPECT_TRUE(two_byte_form);
     EXPECT_EQ(id::chain_certificates(), certs) << "the chain is kept";
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(IdentityTest, IssuedRaDataIsAcceptedAndAnyChangeRejected) {
+    const std::vector<uint8_t> cert = {0x30, 0x03, 1, 2, 3};
+    const std::vector<uint8_t> tid = {1, 2, 3, 4, 5, 6, 7, 8};
+    auto result = karst::emu::ra::issue(cert, tid);
+    ASSERT_EQ(result.size(), karst::emu::ra::RESULT_SIZE);
+    const std::span<const uint8_t> all(result);
+    const auto data = all.first(karst::emu::ra::DATA_SIZE);
+    const auto sig = all.last(karst::emu::ra::SIGNATURE_SIZE);
+    EXPECT_EQ(karst::emu::ra::check(data, sig), TEEC_SUCCESS);
+    result[100] ^= 1;
+    EXPECT_EQ(karst::emu::ra::check(data, sig), karst::emu::ra::RA_REJECTED);
+    result[100] ^= 1;
+    EXPECT_EQ(karst::emu::ra::check(data.first(1000), sig), karst::emu::ra::RA_REJECTED);
+    EXPECT_EQ(karst::emu::ra::check(data, all.subspan(5, 1024)), karst::emu::ra::RA_REJECTED);
 }
 
 } // namespace
