@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; and the 32-bit ARM build, run under qemu-arm.
+# with leaks counted as failures; a short run of every fuzz target; and the 32-bit ARM build,
+# run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh libssl-dev openssl g++-arm-linux-gnueabihf qemu-user googletest
+scripts/deps.sh libssl-dev openssl libbenchmark-dev clang libclang-rt-dev \
+    g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
 run_suite() {
@@ -22,6 +24,9 @@ scripts/check_install.sh build/host
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run_suite asan -DCMAKE_BUILD_TYPE=Debug -DKARST_SANITIZE=ON
+
+echo "==== fuzz"
+scripts/fuzz.sh 20
 
 unset ASAN_OPTIONS UBSAN_OPTIONS
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
