@@ -63,6 +63,11 @@ TEST_F(InventoryFileTest, NewKeysAreAppendedAfterTheLastEntry) {
     EXPECT_EQ(contents(), "a=1\nb=2\nc=3\n");
     EXPECT_EQ(get("b"), "2");
     EXPECT_EQ(get("c"), "3");
+    // A last line without "=" keeps its key: the line end must not become part of it.
+    given("a=1\nplain");
+    EXPECT_EQ(set("c", "3"), 0);
+    EXPECT_EQ(contents(), "a=1\nplain=\nc=3\n");
+    EXPECT_EQ(get("plain"), "");
 
     // A file without entries is written from its start.
     given("");

@@ -142,7 +142,10 @@ extern "C" int write_config(const char *path, const char *key, const char *value
     bool found = false;
     bool changed = false;
     off_t rewrite_at = 0;
-    bool line_end_before = true; // whether the entry line before rewrite_at ends with a line end
+    // What the entry line before rewrite_at lacks to end as it scans: nothing, its line end, or
+    // (for a key that runs to the end of an unended line) "=" and the line end, so that the key
+    // does not take the line end in.
+    const char *completion = "";
     ByteBuilder rewrite;
     LineReader lines(fd.get());
     config_entry entry;
@@ -158,7 +161,9 @@ extern "C" int write_config(const char *path, const char *key, const char *value
         }
         if (!found) {
             rewrite_at = lines.end_offset();
-            line_end_before = lines.ended();
+            const bool key_to_end =
+                count == 1 && std::strlen(entry.key) == strnlen(lines.head(), lines.head_length());
+            completion = lines.ended() ? "" : key_to_end ? "=\n" : "\n";
         } else if (!append_entry(rewrite, entry.key, entry.value)) {
             KARST_NAMED("out of memory \n");
             return -1;
@@ -171,9 +176,9 @@ extern "C" int write_config(const char *path, const char *key, const char *value
 
     bool written = true;
     if (!found && key_length > 0) {
-        // Appended after the last entry line, completing that line's end if it has none.
+        // Appended after the last entry line, completing that line if it has no line end.
         ByteBuilder line;
-        const bool ok = (line_end_before || line.append("\n", 1)) && line.append(key, key_length) &&
+        const bool ok = line.append(completion) && line.append(key, key_length) &&
                         line.append("=", 1) && line.append(value, value_length) &&
                         line.append("\n", 1);
         if (!ok) {
