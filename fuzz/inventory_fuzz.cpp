@@ -6,6 +6,7 @@
 //   - read_config finds exactly the first entry with the key, cut to the buffer;
 //   - write_config keeps every other entry, in order: a replacement leaves the entries exactly
 //     as they were except for the key's new value; an append keeps them all and adds the key;
+//     a key that already holds the new value leaves the file byte for byte as it was;
 //   - a key that no line can hold leaves the file byte for byte as it was.
 #include <karst.h>
 
@@ -148,6 +149,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         capacity = std::min<uint32_t>(given_size, 512);
     }
     if (first != before.end()) {
+        // A match counts as a change when it has no value or another value than the new one
+        // (before the new value is cut to its capacity); without a change nothing is written.
+        const bool changed = std::any_of(before.begin(), before.end(), [&](const auto &e) {
+            return e.first == k_text && (e.second.empty() || e.second != text);
+        });
+        if (!changed) {
+            check(after_text == before_text, "file written without a change");
+            return 0;
+        }
         const std::string stored = text.size() >= capacity ? text.substr(0, capacity - 1) : text;
         Entries expected = before;
         for (auto &e : expected) {
