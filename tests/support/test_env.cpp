@@ -133,6 +133,10 @@ void SessionHolder::kill_holder() {
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
     }
+    if (to_child_ >= 0) { // nobody reads the pipe any more: writing to it would raise SIGPIPE
+        close(to_child_);
+        to_child_ = -1;
+    }
     release();
 }
 
