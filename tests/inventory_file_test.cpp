@@ -45,6 +45,10 @@ TEST_F(InventoryFileTest, ChangingAnEntryRewritesFromThatEntryOn) {
     // Before the first entry the rewrite starts at the beginning of the file.
     EXPECT_EQ(set("a", "0"), 0);
     EXPECT_EQ(contents(), "a=0\nb=5\nc=3\n");
+
+    given("k=1\nx=0\nk=2\n");
+    EXPECT_EQ(set("k", "9"), 0);
+    EXPECT_EQ(contents(), "k=9\nx=0\nk=9\n") << "every line of the key";
 }
 
 TEST_F(InventoryFileTest, NewKeysAreAppendedAfterTheLastEntry) {
@@ -107,12 +111,6 @@ TEST_F(InventoryFileTest, EmptyValuesAndKeysWithoutValues) {
     EXPECT_EQ(get("plain\n"), "");
 }
 
-TEST_F(InventoryFileTest, EveryLineOfARepeatedKeyGetsTheNewValue) {
-    given("k=1\nx=0\nk=2\n");
-    EXPECT_EQ(set("k", "9"), 0);
-    EXPECT_EQ(contents(), "k=9\nx=0\nk=9\n");
-}
-
 TEST_F(InventoryFileTest, LongValuesAreWrittenWholeButReadAndRewrittenCut) {
     given("a=1\n");
     const std::string v600(600, 'v');
@@ -129,14 +127,6 @@ TEST_F(InventoryFileTest, LongValuesAreWrittenWholeButReadAndRewrittenCut) {
     out = capture_stdout([&] { EXPECT_EQ(write_config(file().c_str(), "a", "abcdef", 4), 0); });
     EXPECT_EQ(out, "[xstrcpy] the length is too small.\n[xstrcpy] src string is abcd\n");
     EXPECT_EQ(get("a"), "abc");
-}
-
-TEST_F(InventoryFileTest, ValuesEndAtTheirSizeOrLineEnd) {
-    given("");
-    const char unterminated[3] = {'x', 'y', 'z'};
-    EXPECT_EQ(write_config(file().c_str(), "raw", unterminated, 3), 0);
-    EXPECT_EQ(write_config(file().c_str(), "two", "line1\nline2", 12), 0);
-    EXPECT_EQ(contents(), "raw=xyz\ntwo=line1\n");
 }
 
 TEST_F(InventoryFileTest, KeysThatNoLineCanHoldAreNeitherReadNorWritten) {
@@ -158,14 +148,6 @@ TEST_F(InventoryFileTest, KeysThatNoLineCanHoldAreNeitherReadNorWritten) {
     // A line whose key is too long is not an entry: kept before the rewrite, dropped inside it.
     EXPECT_EQ(set(key63.c_str(), "new"), 0);
     EXPECT_EQ(contents(), key63 + "=new\n");
-}
-
-TEST_F(InventoryFileTest, ZeroBytesEndALineAsTheyEndAText) {
-    given(std::string("a=1\nb\0=hidden\nc=3\0tail\n", 23));
-    EXPECT_EQ(get("b"), "");
-    EXPECT_EQ(get("c"), "3");
-    EXPECT_EQ(set("a", "2"), 0);
-    EXPECT_EQ(contents(), "a=2\nb=\nc=3\n");
 }
 
 TEST_F(InventoryFileTest, TheFirstWriteOnlyCreatesTheFile) {
