@@ -16,6 +16,9 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     std::array<CommandHandler, COMMAND_COUNT> t{};
     t[4] = ubootenv_get;
     t[5] = ubootenv_set;
+    t[8] = inventory_get;
+    t[9] = inventory_set;
+    t[18] = memreg_get;
     return t;
 }();
 

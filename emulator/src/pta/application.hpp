@@ -20,4 +20,12 @@ using CommandHandler = TEEC_Result (*)(Params &params);
 TEEC_Result ubootenv_get(Params &params);
 TEEC_Result ubootenv_set(Params &params);
 
+// Handlers of the inventory commands.
+TEEC_Result inventory_get(Params &params);
+TEEC_Result inventory_set(Params &params);
+
+// Handler of the secure register read, and the register map it answers from.
+TEEC_Result memreg_get(Params &params);
+uint32_t secure_register(uint32_t address);
+
 } // namespace karst::emu
