@@ -16,6 +16,11 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     std::array<CommandHandler, COMMAND_COUNT> t{};
     t[4] = ubootenv_get;
     t[5] = ubootenv_set;
+    t[12] = att_dump;
+    t[16] = blk_get;
+    t[22] = prov_query;
+    t[26] = ra_refresh;
+    t[34] = get_certificate;
     return t;
 }();
 

@@ -20,4 +20,11 @@ using CommandHandler = TEEC_Result (*)(Params &params);
 TEEC_Result ubootenv_get(Params &params);
 TEEC_Result ubootenv_set(Params &params);
 
+// Handlers of the attestation commands.
+TEEC_Result att_dump(Params &params);
+TEEC_Result blk_get(Params &params);
+TEEC_Result prov_query(Params &params);
+TEEC_Result ra_refresh(Params &params);
+TEEC_Result get_certificate(Params &params);
+
 } // namespace karst::emu
