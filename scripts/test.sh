@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; and the 32-bit ARM build, run under qemu-arm.
+# with leaks counted as failures; the 32-bit ARM build, run under qemu-arm; then a short run of
+# every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh libssl-dev openssl g++-arm-linux-gnueabihf qemu-user googletest
+scripts/deps.sh libssl-dev openssl g++-arm-linux-gnueabihf qemu-user googletest \
+    libbenchmark-dev clang libclang-rt-dev
 jobs=$(nproc)
 
 run_suite() {
@@ -26,5 +28,8 @@ run_suite asan -DCMAKE_BUILD_TYPE=Debug -DKARST_SANITIZE=ON
 unset ASAN_OPTIONS UBSAN_OPTIONS
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
+
+echo "==== fuzz"
+scripts/fuzz.sh 20
 
 echo "All suites passed."
