@@ -19,8 +19,8 @@ void append_item(std::vector<uint8_t> &out, uint32_t content) {
     } else if (content <= 0xFF) {
         out.insert(out.end(), {0x81, static_cast<uint8_t>(content)});
     } else {
-        out.insert(out.end(), {0x82, static_cast<uint8_t>(content >> 8),
-                               static_cast<uint8_t>(content)});
+        out.insert(out.end(),
+                   {0x82, static_cast<uint8_t>(content >> 8), static_cast<uint8_t>(content)});
     }
     out.insert(out.end(), content, 0x5A);
 }

@@ -95,8 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     // One certificate of the answer: the walk finds it at some position at this very size.
     const uint32_t position = index == 4 ? 0 : static_cast<uint32_t>(3 - index);
-    const karst::att::DerWalk walk =
-        karst::att::walk_der_chain({answer, answer_len}, position);
+    const karst::att::DerWalk walk = karst::att::walk_der_chain({answer, answer_len}, position);
     require(walk.outcome == karst::att::DerWalk::Outcome::found);
     require(walk.size == got && buf[0] == 0x30);
     require(std::memcmp(buf.data(), answer + walk.offset, got) == 0);

@@ -20,7 +20,8 @@ Bytes item(uint32_t content, uint8_t fill) {
     } else if (content <= 0xFF) {
         b.insert(b.end(), {0x81, static_cast<uint8_t>(content)});
     } else {
-        b.insert(b.end(), {0x82, static_cast<uint8_t>(content >> 8), static_cast<uint8_t>(content)});
+        b.insert(b.end(),
+                 {0x82, static_cast<uint8_t>(content >> 8), static_cast<uint8_t>(content)});
     }
     b.insert(b.end(), content, fill);
     return b;

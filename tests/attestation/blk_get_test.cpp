@@ -52,9 +52,8 @@ TEST_F(BlkGetTest, EveryTypeReachesTheSecureWorldAndTheFileIsAlwaysWhole) {
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, 2, 77, 0, reinterpret_cast<uintptr_t>("viadispatcher"), 0, 0);
     EXPECT_EQ(pta_invoke_cmd(PTA_DALU_CMD_BLK_GET, block), 0);
-    EXPECT_EQ(read_file(file()).substr(0, 48), std::string("KARST-BLOCK v1\ntype=2\nvalue=77\n"
-                                                           "name=viadispatcher\n")
-                                                   .substr(0, 48));
+    EXPECT_EQ(read_file(file()).rfind("KARST-BLOCK v1\ntype=2\nvalue=77\nname=viadispatcher\n", 0),
+              0u);
 }
 
 TEST_F(BlkGetTest, RefusalsLeaveAnEarlierFileAsItWas) {
