@@ -250,8 +250,8 @@ TEST_F(AttDumpTest, DigestInfoThatCouldLeaveTheResultDirectoryIsRefused) {
     capture_stdout([&] { EXPECT_EQ(pta20_att_dump("keep", nullptr, 0), 0); });
     const auto before = snapshot(root(), {"var/lib/karst-emulator"});
     const std::string unterminated(128, 'a');
-    const std::string hostile[] = {"../../../evil", "a/b",   "..",        "x..y",
-                                   "sp ace",        "nl\nx", "semi;colon"};
+    const std::string hostile[] = {"../../../evil", "a/b",        "..",     "x..y",       "sp ace",
+                                   "nl\nx",         "semi;colon", "q'uote", "back\\slash"};
     for (const std::string &digest : hostile) {
         karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, digest.c_str(), digest.size() + 1);
         const std::string out =
@@ -270,9 +270,10 @@ TEST_F(AttDumpTest, DigestInfoThatCouldLeaveTheResultDirectoryIsRefused) {
     expected.erase("tmp/spdm_attestation_dump.bin");
     EXPECT_EQ(after, expected);
 
-    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, "sha256.3f-2a_X", 15);
+    const std::string fine = "sha256:3f-2a_X.+=,@";
+    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, fine.c_str(), fine.size() + 1);
     capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), 0); });
-    EXPECT_TRUE(exists(result_path("sha256.3f-2a_X", "abc")));
+    EXPECT_TRUE(exists(result_path(fine, "abc")));
 }
 
 TEST_F(AttDumpTest, CommandBodyChecksItsArguments) {

@@ -13,7 +13,8 @@ std::optional<std::string> digest_info_text(std::span<const std::uint8_t> buffer
                      static_cast<const std::uint8_t *>(nul) - buffer.data());
     for (char c : text) {
         const bool allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                             (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
+                             (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_' ||
+                             c == '+' || c == '=' || c == ':' || c == ',' || c == '@';
         if (!allowed) {
             return std::nullopt;
         }

@@ -1,7 +1,8 @@
 // The digest-info text that the secure world returns with a dump result. It becomes part of the
 // result file's name, so it is taken only when it is a terminated text of characters that
-// belong in a file name: letters, digits, '.', '-' and '_', without "..". Nothing the secure
-// world answers can then name a file outside the result directory.
+// belong in a file name and mean nothing to a shell: letters, digits and ". - _ + = : , @",
+// without "..". Nothing the secure world answers can then name a file outside the result
+// directory.
 #pragma once
 
 #include <cstdint>
