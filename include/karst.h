@@ -221,6 +221,62 @@ KARST_API int _pta_invoke_memreg_get(const char *address_text, uint32_t count, u
 /* Dispatcher entry 18: word 4 the address text, word 3 the count. */
 KARST_API int pta_invoke_memreg_get(uint32_t number, const char *address_text, uint32_t count);
 
+/* ---------------------------------------------------------------------------------------------
+ * Attestation.
+ *
+ * A nonce is 1 to 64 letters, digits, '-' or '_'; anything else is refused with a message and -1
+ * before any command runs or any file is touched. The attestation dump writes its result to
+ * "/tmp/attestation/attd_<digest info>_<nonce>.bin".
+ */
+
+/* Attestation dump for nonce: gathers the REE data archive, the SPDM evidence and root CAs into
+ * an attestation data block, has the secure world sign it, and writes the 66,560-byte result
+ * file. Its path goes to path_buf when path_buf_size exceeds the path's length. */
+KARST_API int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_buf_size);
+/* Dispatcher entry 12: the dump's evidence gathering and files. -1 when it stops before the
+ * secure world is asked, else the result of _pta_invoke_att_dump(). */
+KARST_API int pta_invoke_att_dump(uint32_t command, const char *nonce, char *path_buf,
+                                  uint32_t path_buf_size);
+/* The dump's command (ID 12): block may be null with block_len 0. Returns 0, -1 or a TEE code. */
+KARST_API int _pta_invoke_att_dump(uint32_t command, const char *nonce, const void *block,
+                                   uint32_t block_len, char *path_buf, uint32_t path_buf_size);
+
+/* The SPDM root CA certificates stored with every dump: the file of entry i of root_ca_files (a
+ * board path, under the run root on a host) is stored under the data block key entry i of
+ * root_ca_keys. The library only reads these tables. */
+KARST_API extern const char *root_ca_files[2];
+KARST_API extern const char *root_ca_keys[2];
+
+/* Dispatcher entry 16: fetches the secure world's data block of type (0 to 3), value and name
+ * into "/tmp/datablk.bin" (65,536 bytes). Returns 0, -1 or a TEE code. */
+KARST_API int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t value,
+                                 const char *name);
+
+/* Certificate of index cert_index: 4, 2, 1, 0 pick the first to fourth certificate of the
+ * device's chain (root first), 5 the secure world's single certificate object whole; 3 is not
+ * available. *size holds buf's size on entry and the certificate's length on success. */
+KARST_API int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size);
+/* Dispatcher entry 34: as above, returning 0 or a TEE code (buf is cleared first). */
+KARST_API int pta_invoke_dalu_get_certificate(uint32_t command, int32_t cert_index, uint8_t *buf,
+                                              uint32_t *size);
+
+/* Provisioning question number query: 0 for yes, -1 for no or a failure. */
+KARST_API int pta20_prov_query(uint32_t query);
+/* Dispatcher entry 22: buf and len may be null and 0 (a 64-byte buffer of its own is used);
+ * a caller's buffer receives the secure world's answer. 0 for yes, -1 otherwise. */
+KARST_API int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf, uint32_t len);
+/* The query's command: 0, -1 or the TEE code of a failed registration or command. */
+KARST_API int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
+                                     uint32_t len);
+
+/* Hands the signed RA data of an archive (path, or "/nv1/ra_data.tgz" when null) back to the
+ * secure world. Returns 0, 0xFFFF6131 when the secure world rejected the data, or -1. */
+KARST_API int pta20_ra_refresh(const char *path, uint32_t capacity);
+/* Dispatcher entry 26 and the refresh's body: 0, -1, 0xFFFF0001 when there is no archive, or
+ * the secure world's code. */
+KARST_API int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity);
+KARST_API int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity);
+
 #ifdef __cplusplus
 }
 #endif

@@ -80,7 +80,20 @@ KARST_EMU_API void karst_emu_journal_clear(void);
 /* How many input bytes a journal record keeps of each memory reference (default 1 MiB). */
 KARST_EMU_API void karst_emu_journal_input_limit(size_t bytes);
 
-/* Clears scripts, counters and the journal (not the application's stored state). */
+/* Answers every invoke of command, in place of the application's model of it: output parameter
+ * param receives the size bytes at data and the result is TEEC_SUCCESS (TEEC_ERROR_SHORT_BUFFER
+ * with the size needed when the output memory is smaller, or TEEC_ERROR_BAD_PARAMETERS when
+ * param is not output memory). A null data clears the answer; karst_emu_reset clears all. */
+KARST_EMU_API void karst_emu_answer(uint32_t command, uint32_t param, const void *data,
+                                    size_t size);
+
+/* RA data as the application issues it for the certificate cert (DER, cert_len bytes): 66,560
+ * bytes written to out (out_len at least that), accepted by an RA refresh. Returns the bytes
+ * written, or 0. */
+KARST_EMU_API size_t karst_emu_ra_issue(const uint8_t *cert, size_t cert_len, uint8_t *out,
+                                        size_t out_len);
+
+/* Clears scripts, counters, answers and the journal (not the application's stored state). */
 KARST_EMU_API void karst_emu_reset(void);
 
 /* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the

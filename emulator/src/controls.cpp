@@ -1,5 +1,7 @@
 #include "controls.hpp"
 
+#include "answers.hpp"
+
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -249,6 +251,7 @@ extern "C" void karst_emu_journal_input_limit(size_t bytes) {
 }
 
 extern "C" void karst_emu_reset(void) {
+    clear_answers();
     std::lock_guard lock(book().mutex);
     for (auto &s : book().script) {
         s.clear();

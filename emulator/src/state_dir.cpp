@@ -1,6 +1,7 @@
 #include "state_dir.hpp"
 
 #include "karst_emu.h"
+#include "reedata_tool_install.hpp"
 
 #include <cerrno>
 #include <cstdlib>
@@ -50,6 +51,9 @@ extern "C" int karst_emu_setup(const char *root) {
         if (!karst::emu::make_dirs(base + dir)) {
             return -1;
         }
+    }
+    if (!karst::emu::install_reedata_tool(base)) {
+        return -1;
     }
     return 0;
 }

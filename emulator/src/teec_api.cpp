@@ -4,6 +4,7 @@
 // hold the application's session lock, a whole-file lock in the state directory: one session at
 // a time across all processes, released when the holder closes it or dies. Shared memory is the
 // caller's own memory; the application reads and writes it in place.
+#include "answers.hpp"
 #include "application.hpp"
 #include "controls.hpp"
 #include "state_dir.hpp"
@@ -288,6 +289,10 @@ TEEC_Result TEEC_InvokeCommand(TEEC_Session *session, uint32_t commandID, TEEC_O
     uint32_t origin = TEEC_ORIGIN_TRUSTED_APP;
     if (const auto scripted = next_scripted(KARST_EMU_INVOKE)) {
         res = *scripted;
+    } else if (const auto answer = answer_for(commandID)) {
+        Param &out = params[answer->param];
+        res = out.is_output() ? out.put(answer->data.data(), answer->data.size())
+                              : TEEC_ERROR_BAD_PARAMETERS;
     } else {
         res = application_invoke(commandID, params);
     }

@@ -8,17 +8,48 @@
  *   karst_demo inv-get NAME         read an inventory value and print NAME=VALUE
  *   karst_demo fw-import FILE       import a firmware inventory file of NAME=VALUE lines
  *   karst_demo reg-get ADDR COUNT   read COUNT secure registers from the hexadecimal ADDR
+ *   karst_demo att-dump NONCE       attestation dump for NONCE; prints the result file's path
+ *   karst_demo cert-get INDEX FILE  writes certificate INDEX (4, 2, 1, 0: root first; 5: the
+ *                                   single object) to FILE
  */
 #include <karst.h>
 
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 static int usage(void) {
     fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME | inv-set NAME VALUE |"
-                    " inv-get NAME | fw-import FILE | reg-get ADDR COUNT\n");
+                    " inv-get NAME | fw-import FILE | reg-get ADDR COUNT | att-dump NONCE |"
+                    " cert-get INDEX FILE\n");
     return 2;
+}
+
+static int att_dump(const char *nonce) {
+    char path[512];
+    if (pta20_att_dump(nonce, path, sizeof path) != 0) {
+        return 1;
+    }
+    printf("%s\n", path);
+    return 0;
+}
+
+static int cert_get(const char *index, const char *file) {
+    static uint8_t cert[16384];
+    uint32_t size = sizeof cert;
+    FILE *out;
+    if (pta20_get_cert((int32_t)atoi(index), cert, &size) != 0) {
+        return 1;
+    }
+    out = fopen(file, "wb");
+    if (out == NULL || fwrite(cert, 1, size, out) != size) {
+        if (out != NULL) {
+            fclose(out);
+        }
+        return 1;
+    }
+    return fclose(out) == 0 ? 0 : 1;
 }
 
 int main(int argc, char **argv) {
@@ -54,6 +85,12 @@ int main(int argc, char **argv) {
         }
         printf("first value: 0x%08x\n", (unsigned)first);
         return 0;
+    }
+    if (argc == 3 && strcmp(argv[1], "att-dump") == 0) {
+        return att_dump(argv[2]);
+    }
+    if (argc == 4 && strcmp(argv[1], "cert-get") == 0) {
+        return cert_get(argv[2], argv[3]);
     }
     return usage();
 }

@@ -19,6 +19,11 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     t[8] = inventory_get;
     t[9] = inventory_set;
     t[18] = memreg_get;
+    t[12] = att_dump;
+    t[16] = blk_get;
+    t[22] = prov_query;
+    t[26] = ra_refresh;
+    t[34] = get_certificate;
     return t;
 }();
 

@@ -28,4 +28,11 @@ TEEC_Result inventory_set(Params &params);
 TEEC_Result memreg_get(Params &params);
 uint32_t secure_register(uint32_t address);
 
+// Handlers of the attestation commands.
+TEEC_Result att_dump(Params &params);
+TEEC_Result blk_get(Params &params);
+TEEC_Result prov_query(Params &params);
+TEEC_Result ra_refresh(Params &params);
+TEEC_Result get_certificate(Params &params);
+
 } // namespace karst::emu

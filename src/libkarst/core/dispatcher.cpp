@@ -30,6 +30,31 @@ constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
         const auto count = static_cast<uint32_t>(std::min<uint64_t>(b[3], UINT32_MAX));
         return pta_invoke_memreg_get(n, address<const char>(b[4]), count);
     };
+    // Attestation.
+    t[PTA_DALU_CMD_ATT_DUMP] = [](uint32_t n, Block b) {
+        return pta_invoke_att_dump(n, address<const char>(b[4]), address<char>(b[5]),
+                                   static_cast<uint32_t>(b[3]));
+    };
+    t[PTA_DALU_CMD_BLK_GET] = [](uint32_t n, Block b) {
+        return pta_invoke_blk_get(n, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
+                                  address<const char>(b[4]));
+    };
+    t[PTA_DALU_CMD_PROV_QUERY] = [](uint32_t n, Block b) {
+        return pta_invoke_prov_query(n, static_cast<uint32_t>(b[0]), nullptr, 0);
+    };
+    t[PTA_DALU_CMD_RA_REFRESH] = [](uint32_t n, Block b) {
+        return pta_invoke_ra_refresh(n, address<const char>(b[4]), static_cast<uint32_t>(b[3]));
+    };
+    t[PTA_DALU_CMD_GET_CERTIFICATE] = [](uint32_t n, Block b) {
+        // Word 3 carries the size both ways, as a 32-bit number whatever the word's width.
+        uint32_t size = static_cast<uint32_t>(b[3]);
+        const int rc = pta_invoke_dalu_get_certificate(n, static_cast<int32_t>(b[0]),
+                                                       address<uint8_t>(b[5]), &size);
+        if (rc == 0) {
+            b[3] = size;
+        }
+        return rc;
+    };
     return t;
 }();
 

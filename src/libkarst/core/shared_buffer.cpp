@@ -42,10 +42,10 @@ Operation &Operation::whole(int index, TEEC_SharedMemory *record) {
     return *this;
 }
 
-Operation &Operation::value(int index, std::uint32_t a) {
+Operation &Operation::value(int index, std::uint32_t a, std::uint32_t b) {
     set_type(index, TEEC_VALUE_INPUT);
     op_.params[index].value.a = a;
-    op_.params[index].value.b = 0;
+    op_.params[index].value.b = b;
     return *this;
 }
 

@@ -60,8 +60,8 @@ class Operation {
     // A whole registered block as parameter index.
     Operation &whole(int index, SharedRegion &region) { return whole(index, region.record()); }
     Operation &whole(int index, SharedBuffer &buffer) { return whole(index, buffer.record()); }
-    // A value input parameter (number in a, 0 in b).
-    Operation &value(int index, std::uint32_t a);
+    // A value input parameter (numbers in a and b).
+    Operation &value(int index, std::uint32_t a, std::uint32_t b = 0);
 
     TEEC_Operation *get() { return &op_; }
     // The data size the secure world reported for a memory reference parameter.

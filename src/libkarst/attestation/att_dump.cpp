@@ -1,0 +1,131 @@
+// The attestation dump: the evidence of the controller for one nonce, gathered into an
+// attestation data block (the REE data archive, the SPDM evidence records and the SPDM root
+// CAs), kept as sent in "/tmp/spdm_attestation_dump.bin" and handed to the secure world with
+// the nonce.
+#include "karst.h"
+
+#include "attestation/board_paths.hpp"
+#include "attestation/nonce.hpp"
+#include "attestation/ree_data_tool.hpp"
+#include "attestation/spdm_evidence.hpp"
+#include "core/file_handle.hpp"
+#include "core/heap_buffer.hpp"
+#include "core/log.hpp"
+#include "core/run_root.hpp"
+#include "core/tee_session.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint32_t BLOCK_SIZE = 65536;
+constexpr int REE_DATA_VERSION = 1;
+constexpr size_t KEY_FIELD = 64;
+constexpr char SPDM_EVIDENCE_KEY[] = "SPDMDevInvt_v1_klvs";
+
+struct FreeDeleter {
+    void operator()(uint8_t *p) const { std::free(p); }
+};
+
+// Writes the block as sent; neither failure stops the dump.
+void keep_copy(const karst::HeapBuffer &block) {
+    const std::string path = karst::platform_path(karst::att::ATT_DUMP_COPY);
+    karst::File file = karst::File::open(path.c_str(), "wb");
+    if (!file) {
+        KARST_E("Failed to open dump file for writing: %s\n", path.c_str());
+        return;
+    }
+    const size_t written = std::fwrite(block.data(), 1, block.size(), file.get());
+    if (!file.close() || written != block.size()) {
+        KARST_E("Partial write to dump file: %s (written: %zu, expected: %zu)\n", path.c_str(),
+                written, block.size());
+    }
+}
+
+} // namespace
+
+extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
+                                   uint32_t path_buf_size) {
+    using namespace karst;
+
+    if (nonce == nullptr) {
+        KARST_E("Nonce is NULL\n");
+        return -1;
+    }
+    if (!att::nonce_ok(nonce)) {
+        KARST_E("Invalid nonce: 1 to 64 letters, digits, '-' or '_' expected\n");
+        return -1;
+    }
+    HeapBuffer klv;
+    if (!klv.allocate(att::SPDM_KLV_BUFFER_SIZE, true)) {
+        KARST_E("Failed to allocate KLV buffer\n");
+        return -1;
+    }
+    uint32_t klv_used = 0;
+
+    att::ree_data_tool_make(nonce);
+
+    // The block exists only when the REE data archive does.
+    HeapBuffer block;
+    std::unique_ptr<uint8_t, FreeDeleter> archive;
+    const std::string archive_path = platform_path(att::REE_DATA_ARCHIVE);
+    if (::access(archive_path.c_str(), F_OK) == 0) {
+        uint8_t *raw = nullptr;
+        uint32_t archive_size = 0;
+        if (readbin(archive_path.c_str(), &raw, &archive_size) != 0) {
+            KARST_E("Failed to read file %s\n", archive_path.c_str());
+            return -1;
+        }
+        archive.reset(raw);
+        if (!block.allocate(BLOCK_SIZE, true)) {
+            KARST_E("Failed to malloc space for datablk\n");
+            return -1;
+        }
+        pta20_datablk_create(DATABLK_MAGIC_ATT, block.data(), BLOCK_SIZE);
+        char key[KEY_FIELD];
+        std::snprintf(key, sizeof key, "ReeData_v%d_tgz", REE_DATA_VERSION);
+        if (pta20_datablk_set(DATABLK_MAGIC_ATT, key, archive.get(), archive_size, block.data()) !=
+            0) {
+            KARST_E("Failed to set key[%s]\n", key);
+            return -1;
+        }
+    }
+
+    att::spdm_collect_cert_chains(klv.data(), att::SPDM_KLV_BUFFER_SIZE, &klv_used);
+    att::spdm_collect_measurements(klv.data(), att::SPDM_KLV_BUFFER_SIZE, &klv_used);
+    // Without a block, or with no records, the data block refuses this store with its message.
+    pta20_datablk_set(DATABLK_MAGIC_ATT, SPDM_EVIDENCE_KEY, klv.data(), klv_used, block.data());
+    att::spdm_add_root_cas(block.data());
+
+    if (block) {
+        keep_copy(block);
+    }
+    const int rc = block ? _pta_invoke_att_dump(PTA_DALU_CMD_ATT_DUMP, nonce, block.data(),
+                                                BLOCK_SIZE, path_buf, path_buf_size)
+                         : _pta_invoke_att_dump(PTA_DALU_CMD_ATT_DUMP, nonce, nullptr, 0, path_buf,
+                                                path_buf_size);
+    att::ree_data_tool_clean();
+    return rc;
+}
+
+extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_buf_size) {
+    if (nonce == nullptr) {
+        return -1;
+    }
+    if (!karst::att::nonce_ok(nonce)) {
+        KARST_E("Invalid nonce: 1 to 64 letters, digits, '-' or '_' expected\n");
+        return -1;
+    }
+    if (pta_open_session() != TEEC_SUCCESS) {
+        return -1;
+    }
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>(nonce), path_buf_size,
+               reinterpret_cast<uintptr_t>(path_buf));
+    const int rc = pta_invoke_cmd(PTA_DALU_CMD_ATT_DUMP, block);
+    pta_close_session();
+    return rc == 0 ? 0 : -1;
+}

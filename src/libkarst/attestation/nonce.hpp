@@ -1,0 +1,15 @@
+// What a nonce may hold. The nonce reaches a shell command line (the REE data tool's) and a file
+// name (the dump's result file), so it is held to what a nonce is: 1 to 64 letters, digits, '-'
+// and '_'. Nothing else can reach the shell or leave the result directory.
+#pragma once
+
+#include <cstddef>
+
+namespace karst::att {
+
+constexpr std::size_t NONCE_MAX = 64;
+
+// True when nonce is 1 to NONCE_MAX characters of [A-Za-z0-9_-].
+bool nonce_ok(const char *nonce);
+
+} // namespace karst::att

@@ -1,0 +1,64 @@
+// Provisioning query (command 22): one yes-or-no question, answered in byte 0 of a status buffer
+// (0 for yes).
+#include "karst.h"
+
+#include "core/heap_buffer.hpp"
+#include "core/log.hpp"
+#include "core/shared_buffer.hpp"
+
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t STATUS_SIZE = 64;
+
+} // namespace
+
+extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
+                                      uint32_t len) {
+    using namespace karst::tee;
+
+    if (buf == nullptr || len == 0) {
+        KARST_E("Incorrect buf or buf size\n");
+        return -1;
+    }
+    SharedRegion status;
+    if (TEEC_Result res = status.share(buf, len, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
+        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return static_cast<int>(res);
+    }
+    Operation op;
+    op.value(0, query).whole(1, status);
+    uint32_t origin = 0;
+    const TEEC_Result res = invoke(command, op, origin);
+    if (res != TEEC_SUCCESS) {
+        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
+    }
+    return static_cast<int>(res);
+}
+
+extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf, uint32_t len) {
+    karst::HeapBuffer own;
+    if (buf == nullptr || len == 0) {
+        if (!own.allocate(STATUS_SIZE)) {
+            KARST_E("Failed to allocate buffer\n");
+            return -1;
+        }
+        buf = own.data();
+        len = STATUS_SIZE;
+    }
+    std::memset(buf, 0, len);
+    const int rc = _pta_invoke_prov_query(command, query, buf, len);
+    return rc == 0 && buf[0] == 0 ? 0 : -1;
+}
+
+extern "C" int pta20_prov_query(uint32_t query) {
+    if (pta_open_session() != TEEC_SUCCESS) {
+        return -1;
+    }
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, query, 0, 0, 0, 0, 0);
+    const int rc = pta_invoke_cmd(PTA_DALU_CMD_PROV_QUERY, block);
+    pta_close_session();
+    return rc;
+}

@@ -1,0 +1,123 @@
+// Remote attestation refresh (command 26): the signed RA data kept in an archive is unpacked
+// into "/tmp/attestation" and handed back to the secure world, data and trailing 1,024-byte
+// signature as two input buffers.
+#include "karst.h"
+
+#include "attestation/archive_path.hpp"
+#include "attestation/board_paths.hpp"
+#include "attestation/bounded_text.hpp"
+#include "core/heap_buffer.hpp"
+#include "core/log.hpp"
+#include "core/run_root.hpp"
+#include "core/shared_buffer.hpp"
+#include "core/shell.hpp"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t PATH_FIELD = 200;
+constexpr uint32_t MIN_CAPACITY = 0x10400;
+constexpr uint32_t SIGNATURE_SIZE = 1024;
+// The secure world's rejection of the RA data, and what the exported call makes of it.
+constexpr int RA_REJECTED = static_cast<int>(0xFFFF3074u);
+constexpr int RA_REFRESH_REJECTED = static_cast<int>(0xFFFF6131u);
+
+struct FreeDeleter {
+    void operator()(uint8_t *p) const { std::free(p); }
+};
+
+} // namespace
+
+extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) {
+    using namespace karst;
+    using namespace karst::tee;
+
+    const std::string archive =
+        path != nullptr
+            ? att::bounded(path, PATH_FIELD)
+            : platform_path(att::bounded(
+                  std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME, PATH_FIELD));
+    if (capacity < MIN_CAPACITY) {
+        capacity = MIN_CAPACITY;
+    }
+    if (::access(archive.c_str(), F_OK) != 0) {
+        KARST_I("No valid RA file found!\n");
+        return static_cast<int>(TEEC_ERROR_ACCESS_DENIED);
+    }
+
+    const std::string dir = platform_path(att::ATTESTATION_DIR);
+    struct stat st {};
+    if (::stat(dir.c_str(), &st) != 0 && ::mkdir(dir.c_str(), 0777) != 0) {
+        KARST_E("Failed to create path (%s)\n", dir.c_str());
+        return -1;
+    }
+    shell::run("cd " + shell::quote(dir) + ";tar zxf " + att::archive_word(archive));
+
+    HeapBuffer working;
+    if (!working.allocate(capacity)) {
+        KARST_E("Failed to allocate RA Data buffer\n");
+        return -1;
+    }
+    SharedBuffer signature;
+    if (!signature.allocate(SIGNATURE_SIZE)) {
+        KARST_E("Failed to allocate signature buffer\n");
+        return -1;
+    }
+
+    const std::string data_path = platform_path(
+        att::bounded(std::string(att::ATTESTATION_DIR) + "/" + att::RA_DATA_NAME, PATH_FIELD));
+    uint8_t *raw = nullptr;
+    uint32_t size = 0;
+    if (readbin(data_path.c_str(), &raw, &size) != 0) {
+        KARST_E("File %s not exist\n", data_path.c_str());
+        return -1;
+    }
+    const std::unique_ptr<uint8_t, FreeDeleter> content(raw);
+    if (size < SIGNATURE_SIZE) {
+        KARST_E("RA data file %s is too short: %u bytes, at least %u expected\n", data_path.c_str(),
+                size, SIGNATURE_SIZE);
+        return -1;
+    }
+    const uint32_t data_size = size - SIGNATURE_SIZE;
+    std::memcpy(signature.data(), content.get() + data_size, SIGNATURE_SIZE);
+
+    SharedRegion data;
+    if (TEEC_Result res = data.share(content.get(), data_size, TEEC_MEM_INPUT);
+        res != TEEC_SUCCESS) {
+        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return -1;
+    }
+    if (TEEC_Result res = signature.share(TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
+        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return -1;
+    }
+    Operation op;
+    op.whole(0, data).whole(1, signature);
+    uint32_t origin = 0;
+    const TEEC_Result res = invoke(command, op, origin);
+    if (res != TEEC_SUCCESS) {
+        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
+    }
+    return static_cast<int>(res);
+}
+
+extern "C" int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) {
+    return _pta_invoke_ra_refresh(command, path, capacity);
+}
+
+extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) {
+    if (pta_open_session() != TEEC_SUCCESS) {
+        return -1;
+    }
+    const int rc = _pta_invoke_ra_refresh(PTA_DALU_CMD_RA_REFRESH, path, capacity);
+    pta_close_session();
+    if (rc == RA_REJECTED) {
+        return RA_REFRESH_REJECTED;
+    }
+    return rc == 0 ? 0 : -1;
+}

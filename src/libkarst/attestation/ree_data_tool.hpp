@@ -1,0 +1,13 @@
+// The outside tool "/usr/bin/reedata_tool.sh" that makes the REE (normal-world) data archive
+// "/tmp/ReeData.tgz" for a nonce (mode 1) and cleans up after the dump (mode 2). Its exit
+// status is not examined: the dump judges mode 1 by the archive it leaves.
+#pragma once
+
+namespace karst::att {
+
+// Runs "<tool> 1 <nonce>". The nonce must already have passed nonce_ok(); it is quoted anyway.
+void ree_data_tool_make(const char *nonce);
+// Runs "<tool> 2".
+void ree_data_tool_clean();
+
+} // namespace karst::att
