@@ -1,0 +1,61 @@
+#include "karstctl/run_tool.hpp"
+
+#include "support/test_env.hpp"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace karst::test {
+
+std::vector<std::string> karstctl_command() {
+    std::vector<std::string> words;
+    const std::string emulator = KARST_TEST_CROSS_EMULATOR; // words joined by '|'
+    size_t start = 0;
+    while (start < emulator.size()) {
+        size_t end = emulator.find('|', start);
+        if (end == std::string::npos) {
+            end = emulator.size();
+        }
+        if (end > start) {
+            words.push_back(emulator.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    words.emplace_back(KARST_TEST_KARSTCTL);
+    return words;
+}
+
+ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args) {
+    std::vector<std::string> words = karstctl_command();
+    words.insert(words.end(), args.begin(), args.end());
+    const std::string out_path = root + "/karstctl.out";
+    const std::string err_path = root + "/karstctl.err";
+
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) {
+            _exit(126);
+        }
+        std::vector<char *> argv;
+        for (std::string &word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    ToolRun run;
+    int wstatus = 0;
+    if (pid > 0 && waitpid(pid, &wstatus, 0) == pid && WIFEXITED(wstatus)) {
+        run.status = WEXITSTATUS(wstatus);
+    }
+    run.out = read_file(out_path);
+    run.err = read_file(err_path);
+    return run;
+}
+
+} // namespace karst::test

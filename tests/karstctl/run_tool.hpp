@@ -1,0 +1,21 @@
+// Runs karstctl as a process (through the cross-compiling emulator when the tests run under
+// one), with its standard output and error kept in files of the test's run root.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace karst::test {
+
+struct ToolRun {
+    int status = -1; // exit status, or -1 when the process did not exit
+    std::string out;
+    std::string err;
+};
+
+ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args);
+
+// The command line that starts karstctl: the emulator's words, then the program.
+std::vector<std::string> karstctl_command();
+
+} // namespace karst::test

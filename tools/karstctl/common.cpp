@@ -1,0 +1,105 @@
+#include "common.hpp"
+
+#include "karst.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace karstctl {
+
+void fail(Status status, const std::string &message) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "karstctl: %s\n", message.c_str());
+    throw CLI::RuntimeError(status);
+}
+
+void check_call(int result, const char *call) {
+    if (result != 0) {
+        char code[32];
+        std::snprintf(code, sizeof code, "%d (0x%08x)", result, static_cast<unsigned>(result));
+        fail(CALL_FAILED, std::string(call) + " failed: " + code);
+    }
+}
+
+std::vector<uint8_t> read_input(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        fail(FILE_FAILED, "cannot read " + path + ": " + std::strerror(errno));
+    }
+    std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        fail(FILE_FAILED, "cannot read " + path);
+    }
+    return data;
+}
+
+void write_output(const std::string &path, const void *data, size_t size) {
+    std::FILE *out = std::fopen(path.c_str(), "wb");
+    if (out == nullptr) {
+        fail(FILE_FAILED, "cannot write " + path + ": " + std::strerror(errno));
+    }
+    const bool written = std::fwrite(data, 1, size, out) == size;
+    if (std::fclose(out) != 0 || !written) {
+        fail(FILE_FAILED, "cannot write " + path);
+    }
+}
+
+void emit(const std::string &path, const std::string &text) {
+    if (path.empty()) {
+        std::printf("%s\n", text.c_str());
+    } else {
+        write_output(path, text.data(), text.size());
+    }
+}
+
+std::string board_path(const std::string &path) {
+#if defined(KARSTCTL_HOST_BUILD)
+    if (const char *root = std::getenv("KARST_ROOT"); root != nullptr) {
+        std::string prefix(root);
+        while (!prefix.empty() && prefix.back() == '/') {
+            prefix.pop_back();
+        }
+        return prefix + path;
+    }
+#endif
+    return path;
+}
+
+Session::Session() {
+    const uint32_t result = pta_open_session();
+    if (result != 0) {
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(result));
+        fail(CALL_FAILED, std::string("cannot open the TEE session: ") + code);
+    }
+}
+
+Session::~Session() {
+    pta_close_session();
+}
+
+CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &description,
+                      const std::string &examples) {
+    CLI::App *command = parent.add_subcommand(name, description);
+    if (!examples.empty()) {
+        command->footer("Examples:\n" + examples);
+    }
+    return command;
+}
+
+uint32_t parse_number(const std::string &text, const char *what) {
+    errno = 0;
+    char *end = nullptr;
+    const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+    if (text.empty() || text[0] == '-' || *end != '\0' || errno != 0 || value > UINT32_MAX) {
+        throw CLI::ValidationError(what, "not a number: " + text);
+    }
+    return static_cast<uint32_t>(value);
+}
+
+} // namespace karstctl

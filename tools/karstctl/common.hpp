@@ -1,0 +1,51 @@
+// What every command family of karstctl shares: how a command fails, how outputs reach the
+// files the user names, and the board paths the library leaves its results in.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace karstctl {
+
+// Exit statuses of a command that parsed (CLI11 keeps 100 to 127 for usage errors).
+enum Status : int {
+    OK = 0,
+    CALL_FAILED = 1, // the library call reported a failure (its messages are on stdout)
+    FILE_FAILED = 2, // a file named on the command line could not be read or written
+    INTERRUPTED = 3, // stopped waiting (Ctrl-C); what the secure world runs goes on
+};
+
+// Prints "karstctl: <message>" on standard error and ends the command with status.
+[[noreturn]] void fail(Status status, const std::string &message);
+// Ends the command with CALL_FAILED when result is not 0, naming the call on standard error.
+void check_call(int result, const char *call);
+
+// Whole files named by the user.
+std::vector<uint8_t> read_input(const std::string &path);
+void write_output(const std::string &path, const void *data, size_t size);
+// Writes data to path when path is not empty, else prints it as text with a line end.
+void emit(const std::string &path, const std::string &text);
+
+// A board path as this build of the library uses it (under $KARST_ROOT against the emulator).
+std::string board_path(const std::string &path);
+
+// The TEE session for calls that need one open, closed on every path.
+class Session {
+  public:
+    Session();
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+};
+
+// A sub-command with its description and its examples (shown at the end of its --help).
+CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &description,
+                      const std::string &examples);
+
+// Unsigned numbers in decimal or 0x hexadecimal, for options and positionals.
+uint32_t parse_number(const std::string &text, const char *what);
+
+} // namespace karstctl

@@ -1,0 +1,14 @@
+// The command families of karstctl: each adds its sub-commands, their options and actions.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace karstctl {
+
+void add_env(CLI::App &app);
+void add_inventory(CLI::App &app);
+void add_memreg(CLI::App &app);
+void add_attest(CLI::App &app);
+void add_cert(CLI::App &app);
+
+} // namespace karstctl
