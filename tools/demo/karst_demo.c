@@ -10,7 +10,7 @@
 #include <stdio.h>
 #include <string.h>
 
-static int usage(void) {
+static int demo_usage(void) {
     fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME\n");
     return 2;
 }
@@ -27,5 +27,5 @@ int main(int argc, char **argv) {
         printf("%s=%s\n", argv[2], value);
         return 0;
     }
-    return usage();
+    return demo_usage();
 }
