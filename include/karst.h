@@ -133,8 +133,8 @@ KARST_API int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len);
 /* Stores len bytes (1 to DATABLK_MAX_LEN) under name (1 to 255 bytes), replacing its value or
  * adding the key; refreshes the CRC. On any failure the block is left exactly as it was. data
  * must not lie inside the block. */
-KARST_API int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data,
-                                uint32_t len, void *blk);
+KARST_API int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data, uint32_t len,
+                                void *blk);
 /* Copies the value of name into data. *len holds data's capacity on entry (1 to
  * DATABLK_MAX_LEN) and the value's length on success; data is zeroed over the capacity first. */
 KARST_API int pta20_datablk_get(uint32_t magic_id, const char *name, void *data, uint32_t *len,
@@ -191,9 +191,8 @@ KARST_API int pta_invoke_replace_ra_crt_import(const char *uri, const void *data
 /* Dispatcher entries 11 and 27. Either a file (data null, len 0), packed into a certificate
  * data block, or the caller's bytes (file null, len > 0). The RA form also sends "RA_TID" from
  * /tmp/attestation/ra_uid and archives the secure world's answer as /nv1/ra_data.tgz. */
-KARST_API int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *uri,
-                                     uint32_t option, const char *file, const void *data,
-                                     uint32_t len);
+KARST_API int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *uri, uint32_t option,
+                                     const char *file, const void *data, uint32_t len);
 KARST_API int pta_invoke_replace_ra_crt(uint32_t cmd, uint32_t index, const char *uri,
                                         uint32_t option, const char *file, const void *data,
                                         uint32_t len);
@@ -205,8 +204,8 @@ KARST_API int pta20_gen_csr_import(const char *out_path, const void *data, uint3
 KARST_API int pta_invoke_gen_csr_import(const char *out_path, const void *data, uint32_t len);
 /* Dispatcher entry 13: input from in_path (data null, len 0) or from data. Returns 0, -1, or
  * the TEE result code when the secure world refuses. */
-KARST_API int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void *data,
-                                 uint32_t len, const char *in_path);
+KARST_API int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void *data, uint32_t len,
+                                 const char *in_path);
 
 /* Dispatcher entry 14: signs the file at path and writes the signature to "<path>.sig" (cut to
  * 63 characters). 0, -1, or the TEE result code. */
@@ -231,8 +230,7 @@ KARST_API int pta20_att_security_validate(uint32_t value);
 KARST_API int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t first_len,
                                      const void *second, uint32_t second_len);
 /* Dispatcher entry 30: the two buffers read from files. */
-KARST_API int pta_invoke_auth_certs(uint32_t cmd, const char *first_path,
-                                    const char *second_path);
+KARST_API int pta_invoke_auth_certs(uint32_t cmd, const char *first_path, const char *second_path);
 /* words: first buffer, first length, second buffer, second length (pointer-width words). */
 KARST_API int pta20_auth_certs(const uintptr_t *words);
 
@@ -245,8 +243,7 @@ KARST_API int pta20_auth_certs(const uintptr_t *words);
 KARST_API int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size);
 KARST_API int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len);
 /* *out_word is set to 0 first. 0, -1, or the TEE result code. */
-KARST_API int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf,
-                                       uint32_t size);
+KARST_API int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf, uint32_t size);
 /* The same, each in a session of its own; 0 or -1. */
 KARST_API int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size);
 KARST_API int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len);

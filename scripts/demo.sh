@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh libssl-dev openssl
+scripts/deps.sh libssl-dev zlib1g-dev openssl
 cmake -S . -B build/demo -G Ninja -DKARST_TEE=emulator -DCMAKE_BUILD_TYPE=Release \
       -DKARST_BUILD_TESTS=OFF >/dev/null
 cmake --build build/demo --target karst_demo >/dev/null

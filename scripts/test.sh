@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh libssl-dev openssl g++-arm-linux-gnueabihf qemu-user googletest
+scripts/deps.sh libssl-dev zlib1g-dev openssl g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
 run_suite() {

@@ -29,8 +29,8 @@ extern "C" int pta20_att_security_validate(uint32_t value) {
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }
-    const auto answer = static_cast<uint32_t>(pta_invoke_att_validate(PTA_DALU_CMD_ATT_VALIDATE,
-                                                                      value));
+    const auto answer =
+        static_cast<uint32_t>(pta_invoke_att_validate(PTA_DALU_CMD_ATT_VALIDATE, value));
     pta_close_session();
     switch (answer) {
     case 0:

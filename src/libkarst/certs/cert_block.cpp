@@ -52,7 +52,8 @@ bool build_certificate_block(const ReplaceRequest &r, const char *uri, HeapBuffe
         return false;
     }
     if (pta20_datablk_create(DATABLK_MAGIC_CERT, block.data(), CERT_BLOCK_SIZE) != 0 ||
-        pta20_datablk_set(DATABLK_MAGIC_CERT, uri, certificate.data(), certificate.size(), block.data()) != 0) {
+        pta20_datablk_set(DATABLK_MAGIC_CERT, uri, certificate.data(), certificate.size(),
+                          block.data()) != 0) {
         KARST_E_AS(r.routine, "Failed to set key[%s]\n", uri);
         return false;
     }

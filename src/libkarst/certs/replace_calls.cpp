@@ -6,12 +6,12 @@
 
 namespace {
 
-using karst::certs::ReplaceRequest;
 using karst::certs::replace_certificate;
+using karst::certs::ReplaceRequest;
 
 // Runs body inside a session of its own; -1 when the session cannot be opened.
 template <typename Body> int in_session(Body body) {
-    if (pta_open_session() != TEEC_SUCCESS) {
+    if (pta_open_session() != 0) {
         return -1;
     }
     const int rc = body();

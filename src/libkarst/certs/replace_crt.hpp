@@ -9,9 +9,9 @@
 
 namespace karst::certs {
 
-constexpr size_t URI_SIZE = 32;                 // NUL-terminated key, 31 characters at most
-constexpr uint32_t CERT_BLOCK_SIZE = 65536;     // the certificate data block, sent whole
-constexpr size_t RA_RESULT_SIZE = 0x10400;      // what command 27 answers (66,560 bytes)
+constexpr size_t URI_SIZE = 32;             // NUL-terminated key, 31 characters at most
+constexpr uint32_t CERT_BLOCK_SIZE = 65536; // the certificate data block, sent whole
+constexpr size_t RA_RESULT_SIZE = 0x10400;  // what command 27 answers (66,560 bytes)
 constexpr const char RA_DIR[] = "/tmp/attestation";
 constexpr const char RA_UID_FILE[] = "ra_uid";
 constexpr const char RA_TID_KEY[] = "RA_TID";

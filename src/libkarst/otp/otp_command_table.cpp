@@ -9,11 +9,8 @@
 extern "C" {
 
 const otp_command cmd_otp[OTP_COMMAND_COUNT] = {
-    {"version", otp_ver},
-    {"read", otp_read},
-    {"getkey", otp_get_key},
-    {"prog_usr", otp_prog_usr},
-    {"getsn", otp_get_sn},
+    {"version", otp_ver},       {"read", otp_read},    {"getkey", otp_get_key},
+    {"prog_usr", otp_prog_usr}, {"getsn", otp_get_sn},
 };
 
 int32_t usage(void) {

@@ -22,8 +22,7 @@ int invoke_with_memory(const char *routine, uint32_t cmd, uint32_t number, void 
     op.value(0, number).whole(1, shm);
     uint32_t origin = 0;
     if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E_AS(routine, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res,
-                   origin);
+        KARST_E_AS(routine, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
         return -1;
     }
     return 0;
@@ -44,8 +43,7 @@ extern "C" int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf
     return invoke_with_memory(__func__, cmd, key_id, buf, size);
 }
 
-extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
-                                         uint32_t len) {
+extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len) {
     return invoke_with_memory(__func__, cmd, offset, data, len);
 }
 
