@@ -177,8 +177,9 @@ KARST_API int pta_invoke_ubootenv_set(uint32_t number, char *text);
 /* Replaces certificate index (1 to 5) with the certificate file at path, sent under the key
  * "Systems/1/Certificates/<index>" (command 11). option is passed to the secure world as is. */
 KARST_API int pta20_crt_replace(uint32_t index, const char *path, uint32_t option);
-/* Sends len bytes of the caller's data unchanged as the certificate under uri (31 characters at
- * most; null: "Systems/1/Certificates/0") with command 11 (_crt_) or 27 (_ra_crt_). */
+/* Sends len bytes of the caller's data unchanged as the payload for the certificate at uri (31
+ * characters at most; null: "Systems/1/Certificates/0"), with command 11 (_crt_) or 27
+ * (_ra_crt_, which also archives the answer as pta_invoke_replace_ra_crt does). */
 KARST_API int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
                                        uint32_t option);
 KARST_API int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,

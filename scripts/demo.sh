@@ -28,6 +28,7 @@ echo "\$ karst_demo env-get bootcmd"
 "$demo" env-get bootcmd
 
 step "CSR: the secure world makes a certificate signing request for its own key"
+mkdir -p "$KARST_ROOT/tmp"
 csr=$KARST_ROOT/tmp/bmc.csr
 echo "\$ karst_demo csr 'CN=bmc-demo,O=karst,C=US' $csr"
 "$demo" csr 'CN=bmc-demo,O=karst,C=US' "$csr"

@@ -118,25 +118,4 @@ TEST_F(OtpProgramTest, UsageTextAndSubCommandsThatDoNothing) {
     EXPECT_EQ(journal_text(), "") << "nothing reached the secure world";
 }
 
-// The same table and handlers called in this process.
-TEST_F(OtpProgramTest, TableDispatchAndResults) {
-    ASSERT_STREQ(cmd_otp[0].name, "version");
-    ASSERT_STREQ(cmd_otp[4].name, "getsn");
-    EXPECT_EQ(cmd_otp[3].handler, &otp_prog_usr);
-    std::string k = path("/tmp/k.bin");
-    char getkey[] = "getkey", one[] = "1", unknown[] = "nope";
-    char *ok_args[] = {getkey, one, k.data()};
-    char *short_args[] = {getkey, one};
-    char *unknown_args[] = {unknown};
-    std::string out = capture_stdout([&] {
-        EXPECT_EQ(pta_invoke_cmd_otp(3, ok_args), 0);
-        EXPECT_EQ(pta_invoke_cmd_otp(2, short_args), -1);
-        EXPECT_EQ(pta_invoke_cmd_otp(1, unknown_args), -1);
-        EXPECT_EQ(pta_invoke_cmd_otp(0, nullptr), -1);
-        EXPECT_EQ(otp_main(1, unknown_args), 0);
-        EXPECT_EQ(usage(), -1);
-    });
-    EXPECT_EQ(out, std::string(USAGE) + USAGE + USAGE + USAGE + USAGE);
-}
-
 } // namespace
