@@ -46,10 +46,17 @@ TEST_F(RaRoundTripTest, ArchiveInNv1HoldsRaDataTheSecureWorldAccepts) {
               0xFFFF3074u);
 }
 
-// To be completed where the RA refresh (pta20_ra_refresh) is present: replace the RA
-// certificate as above, then refresh from the archive in /nv1 and expect success; a changed
-// archive must be refused.
+// The whole round trip, to be completed where the RA refresh (pta20_ra_refresh) is present:
+// after the replacement below, remove /tmp/attestation/ra_data.bin (the refresh must take it
+// from the archive) and expect pta20_ra_refresh(nullptr, 0) to return 0; then pack a changed
+// ra_data.bin into /nv1/ra_data.tgz and expect (int)0xFFFF6131.
 TEST_F(RaRoundTripTest, FullRoundTripReplaceThenRefresh_CompleteAtMerge) {
+    ASSERT_EQ(pta_open_session(), 0u);
+    const int rc = pta_invoke_replace_ra_crt(PTA_DALU_CMD_REPLACE_RA_CRT, 1, nullptr, 0,
+                                             certificates().leaf_path.c_str(), nullptr, 0);
+    pta_close_session();
+    ASSERT_EQ(rc, 0);
+    ASSERT_FALSE(read_file(path("/nv1/ra_data.tgz")).empty());
     GTEST_SKIP() << "the RA refresh is not part of this branch";
 }
 
