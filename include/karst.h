@@ -46,7 +46,10 @@ extern "C" {
 #define PTA_DALU_CMD_BLK_GET 16u
 #define PTA_DALU_CMD_BLK_VERIFY 17u
 #define PTA_DALU_CMD_MEMREG_GET 18u
+#define PTA_DALU_CMD_OTP_GET_KEY 20u
+#define PTA_DALU_CMD_OTP_PROG_USR 21u
 #define PTA_DALU_CMD_PROV_QUERY 22u
+#define PTA_DALU_CMD_BOARD_SN_GET 23u
 #define PTA_DALU_CMD_ATT_VALIDATE 24u
 #define PTA_DALU_CMD_RA_REFRESH 26u
 #define PTA_DALU_CMD_REPLACE_RA_CRT 27u
@@ -276,6 +279,112 @@ KARST_API int pta20_ra_refresh(const char *path, uint32_t capacity);
  * the secure world's code. */
 KARST_API int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity);
 KARST_API int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity);
+
+/* ---------------------------------------------------------------------------------------------
+ * Certificates and signing.
+ */
+
+/* Replaces certificate index (1 to 5) with the certificate file at path, sent under the key
+ * "Systems/1/Certificates/<index>" (command 11). option is passed to the secure world as is. */
+KARST_API int pta20_crt_replace(uint32_t index, const char *path, uint32_t option);
+/* Sends len bytes of the caller's data unchanged as the payload for the certificate at uri (31
+ * characters at most; null: "Systems/1/Certificates/0"), with command 11 (_crt_) or 27
+ * (_ra_crt_, which also archives the answer as pta_invoke_replace_ra_crt does). */
+KARST_API int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
+                                       uint32_t option);
+KARST_API int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,
+                                          uint32_t option);
+/* Bodies of the import calls; they need the open session. */
+KARST_API int pta_invoke_replace_crt_import(const char *uri, const void *data, uint32_t len,
+                                            uint32_t option);
+KARST_API int pta_invoke_replace_ra_crt_import(const char *uri, const void *data, uint32_t len,
+                                               uint32_t option);
+/* Dispatcher entries 11 and 27. Either a file (data null, len 0), packed into a certificate
+ * data block, or the caller's bytes (file null, len > 0). The RA form also sends "RA_TID" from
+ * /tmp/attestation/ra_uid and archives the secure world's answer as /nv1/ra_data.tgz. */
+KARST_API int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *uri, uint32_t option,
+                                     const char *file, const void *data, uint32_t len);
+KARST_API int pta_invoke_replace_ra_crt(uint32_t cmd, uint32_t index, const char *uri,
+                                        uint32_t option, const char *file, const void *data,
+                                        uint32_t len);
+
+/* Has the secure world make a certificate signing request from len input bytes and writes it
+ * to out_path (command 13). */
+KARST_API int pta20_gen_csr_import(const char *out_path, const void *data, uint32_t len);
+/* Body of the call above; the result of pta_invoke_gen_csr. */
+KARST_API int pta_invoke_gen_csr_import(const char *out_path, const void *data, uint32_t len);
+/* Dispatcher entry 13: input from in_path (data null, len 0) or from data. Returns 0, -1, or
+ * the TEE result code when the secure world refuses. */
+KARST_API int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void *data, uint32_t len,
+                                 const char *in_path);
+
+/* Dispatcher entry 14: signs the file at path and writes the signature to "<path>.sig" (cut to
+ * 63 characters). 0, -1, or the TEE result code. */
+KARST_API int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *path);
+/* Dispatcher entry 15: args is "data-path:signature-path" (split in place). 0 when the
+ * signature holds, -1, or the TEE result code. */
+KARST_API int pta_invoke_att_verify(uint32_t cmd, char *args);
+/* Dispatcher entry 24: 0 or the TEE result code. */
+KARST_API int pta_invoke_att_validate(uint32_t cmd, uint32_t value);
+/* Dispatcher entry 17: has the secure world verify the block file at path. 0, -1, or the TEE
+ * result code. */
+KARST_API int pta_invoke_blk_verify(uint32_t cmd, const char *path);
+
+#define PTA20_ATT_VALIDATE_NOT_FOUND (-40654) /* the secure world answered 0xFFFF0008 */
+#define PTA20_ATT_VALIDATE_REJECTED (-40655)  /* the secure world answered 0xFFFF3074 */
+/* Attestation security validation of value (command 24): 0, one of the two numbers above, or
+ * -1 for any other failure. */
+KARST_API int pta20_att_security_validate(uint32_t value);
+
+/* Certificate authentication (command 30): 0 accepted, 1 refused by the secure world, -1 local
+ * failure (a null buffer or zero length included). */
+KARST_API int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t first_len,
+                                     const void *second, uint32_t second_len);
+/* Dispatcher entry 30: the two buffers read from files. */
+KARST_API int pta_invoke_auth_certs(uint32_t cmd, const char *first_path, const char *second_path);
+/* words: first buffer, first length, second buffer, second length (pointer-width words). */
+KARST_API int pta20_auth_certs(const uintptr_t *words);
+
+/* ---------------------------------------------------------------------------------------------
+ * OTP keys, OTP user area and the board serial number. Not reached through the dispatcher:
+ * callers pass the command ID (20, 21, 23).
+ */
+
+/* Bodies; they need the open session. The caller's memory is registered as it is. */
+KARST_API int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size);
+KARST_API int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len);
+/* *out_word is set to 0 first. 0, -1, or the TEE result code. */
+KARST_API int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf, uint32_t size);
+/* The same, each in a session of its own; 0 or -1. */
+KARST_API int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size);
+KARST_API int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len);
+KARST_API int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, void *buf,
+                                          uint32_t size);
+/* Reads the board serial number into buf (size bytes) with command 23. */
+KARST_API int pta20_otp_board_sn_get(uint32_t *out_word, void *buf, uint32_t size);
+
+/* The otp tool: sub-commands "version", "read", "getkey", "prog_usr", "getsn". */
+typedef int32_t (*otp_handler)(int32_t argc, char **argv);
+typedef struct {
+    const char *name;
+    otp_handler handler;
+} otp_command;
+#define OTP_COMMAND_COUNT 5
+KARST_API extern const otp_command cmd_otp[OTP_COMMAND_COUNT];
+
+/* argv[0] names the sub-command (the program's own name left out). Always returns 0. */
+KARST_API int32_t otp_main(int32_t argc, char **argv);
+/* Runs the sub-command named by argv[0] with the words after it; -1 (and the usage text) for
+ * an unknown one. */
+KARST_API int32_t pta_invoke_cmd_otp(int32_t argc, char **argv);
+/* Prints the usage text; returns -1. */
+KARST_API int32_t usage(void);
+/* Handlers: argv holds the operands after the sub-command's name. */
+KARST_API int32_t otp_ver(int32_t argc, char **argv);
+KARST_API int32_t otp_read(int32_t argc, char **argv);
+KARST_API int32_t otp_get_key(int32_t argc, char **argv);
+KARST_API int32_t otp_prog_usr(int32_t argc, char **argv);
+KARST_API int32_t otp_get_sn(int32_t argc, char **argv);
 
 #ifdef __cplusplus
 }

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh libssl-dev openssl libcli11-dev libbenchmark-dev clang libclang-rt-dev \
+scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev libbenchmark-dev clang libclang-rt-dev \
     g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 

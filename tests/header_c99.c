@@ -16,6 +16,11 @@ int karst_c99_probe(void) {
     if (pta20_datablk_create(DATABLK_MAGIC_ATT, blk, sizeof blk) != 0) {
         return -1;
     }
+    /* The otp table, reached through its handler type. */
+    otp_handler first = cmd_otp[0].handler;
+    if (first == 0 || cmd_otp[OTP_COMMAND_COUNT - 1].name == 0) {
+        return -1;
+    }
     return (int)block[3] + (int)PTA_DALU_CMD_GET_CERTIFICATE + pta_invoke_test_cmd(0, 0) +
            pta20_datablk_get_info(blk, DATABLK_INFO_USED_LEN);
 }

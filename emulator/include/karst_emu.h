@@ -96,6 +96,14 @@ KARST_EMU_API size_t karst_emu_ra_issue(const uint8_t *cert, size_t cert_len, ui
 /* Clears scripts, counters, answers and the journal (not the application's stored state). */
 KARST_EMU_API void karst_emu_reset(void);
 
+/* Copies size bytes of the board's OTP user area from offset into out (bytes never programmed
+ * read 0x00). Returns 0, or -1 when the range lies outside the 1,024-byte area. */
+KARST_EMU_API int karst_emu_otp_user_read(uint32_t offset, uint8_t *out, size_t size);
+
+/* Checks RA data as the application issues it (66,560 bytes: the data, then the signature
+ * region) the way an RA refresh does. Returns 0, or 0xFFFF3074 when it would be rejected. */
+KARST_EMU_API uint32_t karst_emu_ra_check(const uint8_t *result, size_t size);
+
 /* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the
  * emulator's state directory) under root. Returns 0 or -1. */
 KARST_EMU_API int karst_emu_setup(const char *root);

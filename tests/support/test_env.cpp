@@ -130,6 +130,7 @@ void SessionHolder::release() {
 }
 
 void SessionHolder::kill_holder() {
+    // The child is gone: closing the pipe, not writing to it (which would raise SIGPIPE).
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);

@@ -11,6 +11,9 @@
  *   karst_demo att-dump NONCE       attestation dump for NONCE; prints the result file's path
  *   karst_demo cert-get INDEX FILE  writes certificate INDEX (4, 2, 1, 0: root first; 5: the
  *                                   single object) to FILE
+ *   karst_demo csr SUBJECT OUT      have the secure world make a CSR for SUBJECT, into OUT
+ *   karst_demo sign FILE            sign FILE in the secure world, into FILE.sig
+ *   karst_demo verify FILE SIG      have the secure world check SIG against FILE
  */
 #include <karst.h>
 
@@ -19,10 +22,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-static int usage(void) {
+static int demo_usage(void) {
     fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME | inv-set NAME VALUE |"
                     " inv-get NAME | fw-import FILE | reg-get ADDR COUNT | att-dump NONCE |"
-                    " cert-get INDEX FILE\n");
+                    " cert-get INDEX FILE | csr SUBJECT OUT | sign FILE | verify FILE SIG\n");
     return 2;
 }
 
@@ -50,6 +53,49 @@ static int cert_get(const char *index, const char *file) {
         return 1;
     }
     return fclose(out) == 0 ? 0 : 1;
+}
+
+/* Runs one dispatcher number with words 1, 4 and 5 in a session of its own. */
+static int dispatch(uint32_t number, uintptr_t word1, const char *word4) {
+    uintptr_t block[PTA20_ARGS_WORDS];
+    int rc;
+    if (pta_open_session() != 0) {
+        return -1;
+    }
+    pta20_args(block, 0, word1, 0, (uintptr_t)word4, 0, 0);
+    rc = pta_invoke_cmd(number, block);
+    pta_close_session();
+    return rc;
+}
+
+static int csr(const char *subject, const char *out) {
+    if (pta20_gen_csr_import(out, subject, (uint32_t)strlen(subject)) != 0) {
+        return 1;
+    }
+    printf("CSR written to %s\n", out);
+    return 0;
+}
+
+static int sign(const char *file) {
+    if (dispatch(PTA_DALU_CMD_ATT_SIGN, 0, file) != 0) {
+        return 1;
+    }
+    printf("signature written to %s.sig\n", file);
+    return 0;
+}
+
+static int verify(const char *file, const char *sig) {
+    size_t n = strlen(file) + strlen(sig) + 2;
+    char *args = malloc(n);
+    int rc;
+    if (args == NULL) {
+        return 1;
+    }
+    snprintf(args, n, "%s:%s", file, sig);
+    rc = dispatch(PTA_DALU_CMD_ATT_VERIFY, 0, args);
+    free(args);
+    printf("%s\n", rc == 0 ? "signature good" : "signature REJECTED");
+    return rc == 0 ? 0 : 1;
 }
 
 int main(int argc, char **argv) {
@@ -92,5 +138,14 @@ int main(int argc, char **argv) {
     if (argc == 4 && strcmp(argv[1], "cert-get") == 0) {
         return cert_get(argv[2], argv[3]);
     }
-    return usage();
+    if (argc == 4 && strcmp(argv[1], "csr") == 0) {
+        return csr(argv[2], argv[3]);
+    }
+    if (argc == 3 && strcmp(argv[1], "sign") == 0) {
+        return sign(argv[2]);
+    }
+    if (argc == 4 && strcmp(argv[1], "verify") == 0) {
+        return verify(argv[2], argv[3]);
+    }
+    return demo_usage();
 }

@@ -24,6 +24,17 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     t[22] = prov_query;
     t[26] = ra_refresh;
     t[34] = get_certificate;
+    t[11] = replace_crt;
+    t[13] = gen_csr;
+    t[14] = att_sign;
+    t[15] = att_verify;
+    t[17] = blk_verify;
+    t[20] = otp_get_key;
+    t[21] = otp_prog_usr;
+    t[23] = board_sn_get;
+    t[24] = att_validate;
+    t[27] = replace_ra_crt;
+    t[30] = auth_certs;
     return t;
 }();
 

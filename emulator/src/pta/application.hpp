@@ -35,4 +35,22 @@ TEEC_Result prov_query(Params &params);
 TEEC_Result ra_refresh(Params &params);
 TEEC_Result get_certificate(Params &params);
 
+// A signature that does not hold (the trusted side's own code).
+constexpr TEEC_Result SIGNATURE_INVALID = 0xFFFF3072;
+
+// Handlers of the certificate and signing commands.
+TEEC_Result replace_crt(Params &params);    // 11
+TEEC_Result gen_csr(Params &params);        // 13
+TEEC_Result att_sign(Params &params);       // 14
+TEEC_Result att_verify(Params &params);     // 15
+TEEC_Result blk_verify(Params &params);     // 17
+TEEC_Result att_validate(Params &params);   // 24
+TEEC_Result replace_ra_crt(Params &params); // 27
+TEEC_Result auth_certs(Params &params);     // 30
+
+// Handlers of the OTP commands.
+TEEC_Result otp_get_key(Params &params);  // 20
+TEEC_Result otp_prog_usr(Params &params); // 21
+TEEC_Result board_sn_get(Params &params); // 23
+
 } // namespace karst::emu

@@ -55,6 +55,30 @@ constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
         }
         return rc;
     };
+    // Certificates and signing.
+    t[PTA_DALU_CMD_REPLACE_CRT] = [](uint32_t n, Block b) {
+        return pta_invoke_replace_crt(n, static_cast<uint32_t>(b[0]), nullptr,
+                                      static_cast<uint32_t>(b[1]), address<const char>(b[4]),
+                                      nullptr, 0);
+    };
+    t[PTA_DALU_CMD_GEN_CSR] = [](uint32_t n, Block b) {
+        return pta_invoke_gen_csr(n, address<const char>(b[4]), nullptr, 0,
+                                  address<const char>(b[5]));
+    };
+    t[PTA_DALU_CMD_BLK_VERIFY] = [](uint32_t n, Block b) {
+        return pta_invoke_blk_verify(n, address<const char>(b[4]));
+    };
+    t[PTA_DALU_CMD_ATT_VALIDATE] = [](uint32_t n, Block b) {
+        return pta_invoke_att_validate(n, static_cast<uint32_t>(b[0]));
+    };
+    t[PTA_DALU_CMD_REPLACE_RA_CRT] = [](uint32_t n, Block b) {
+        return pta_invoke_replace_ra_crt(n, static_cast<uint32_t>(b[0]), nullptr,
+                                         static_cast<uint32_t>(b[1]), address<const char>(b[4]),
+                                         nullptr, 0);
+    };
+    t[PTA_DALU_CMD_AUTH_CERTS] = [](uint32_t n, Block b) {
+        return pta_invoke_auth_certs(n, address<const char>(b[4]), address<const char>(b[5]));
+    };
     return t;
 }();
 
@@ -79,6 +103,12 @@ constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
     };
     at(PTA_DALU_CMD_INVENTORY_SET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
         return pta_invoke_inventory_set(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_ATT_SIGN) = [](uint32_t n, uintptr_t w1, uintptr_t w4) {
+        return pta_invoke_att_sign(n, static_cast<uint32_t>(w1), address<const char>(w4));
+    };
+    at(PTA_DALU_CMD_ATT_VERIFY) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_att_verify(n, address<char>(w4));
     };
     return t;
 }();

@@ -21,3 +21,7 @@ void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 #define KARST_NAMED(...) ::karst::log::named(__func__, __VA_ARGS__)
 #define KARST_NAMED_JOINED(...) ::karst::log::named_joined(__func__, __VA_ARGS__)
 #define KARST_PRINT(...) ::karst::log::plain(__VA_ARGS__)
+// The same lines for a helper that prints on behalf of a named routine (several routines share
+// one body, each reporting under its own name).
+#define KARST_E_AS(func, ...) ::karst::log::error((func), __LINE__, __VA_ARGS__)
+#define KARST_I_AS(func, ...) ::karst::log::info((func), __LINE__, __VA_ARGS__)

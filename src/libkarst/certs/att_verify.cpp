@@ -1,0 +1,72 @@
+// Attestation verify (command 15): the secure world checks a signature file against a data
+// file, both named in one argument string "data:sig".
+#include "karst.h"
+
+#include "core/file_bytes.hpp"
+#include "core/log.hpp"
+#include "core/shared_buffer.hpp"
+
+namespace {
+
+// Splits text in place at ':' characters, skipping empty fields, into at most two fields; each
+// field taken is printed on a line of its own. Returns the number of fields taken.
+int split_fields(char *text, char *fields[2]) {
+    int taken = 0;
+    char *p = text;
+    while (taken < 2) {
+        while (*p == ':') {
+            ++p;
+        }
+        if (*p == '\0') {
+            break;
+        }
+        fields[taken++] = p;
+        while (*p != '\0' && *p != ':') {
+            ++p;
+        }
+        if (*p == ':') {
+            *p++ = '\0';
+        }
+        KARST_PRINT("%s\n", fields[taken - 1]);
+    }
+    return taken;
+}
+
+} // namespace
+
+extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) {
+    using namespace karst::tee;
+
+    char *fields[2] = {nullptr, nullptr};
+    if (args == nullptr || split_fields(args, fields) < 2) {
+        KARST_PRINT("parameters should be data:sig\n");
+        return -1;
+    }
+
+    karst::FileBytes data;
+    karst::FileBytes signature;
+    if (data.read(fields[0]) != 0 || signature.read(fields[1]) != 0) {
+        return -1;
+    }
+    SharedRegion data_shm;
+    if (TEEC_Result res = data_shm.share(data.data(), data.size(), TEEC_MEM_INPUT);
+        res != TEEC_SUCCESS) {
+        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return static_cast<int>(res);
+    }
+    SharedRegion signature_shm;
+    if (TEEC_Result res = signature_shm.share(signature.data(), signature.size(), TEEC_MEM_INPUT);
+        res != TEEC_SUCCESS) {
+        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return static_cast<int>(res);
+    }
+
+    Operation op;
+    op.whole(0, data_shm).whole(1, signature_shm);
+    uint32_t origin = 0;
+    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
+        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
+        return static_cast<int>(res);
+    }
+    return 0;
+}

@@ -1,0 +1,71 @@
+// The exported entries of certificate replacement: the two command routines of the dispatcher,
+// the import bodies and the calls that open a session around them.
+#include "replace_crt.hpp"
+
+#include "karst.h"
+
+namespace {
+
+using karst::certs::replace_certificate;
+using karst::certs::ReplaceRequest;
+
+// Runs body inside a session of its own; -1 when the session cannot be opened.
+template <typename Body> int in_session(Body body) {
+    if (pta_open_session() != 0) {
+        return -1;
+    }
+    const int rc = body();
+    pta_close_session();
+    return rc;
+}
+
+constexpr uint32_t FIRST_INDEX = 1;
+constexpr uint32_t LAST_INDEX = 5;
+
+} // namespace
+
+extern "C" int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *uri,
+                                      uint32_t option, const char *file, const void *data,
+                                      uint32_t len) {
+    return replace_certificate(
+        ReplaceRequest{__func__, cmd, false, index, uri, option, file, data, len});
+}
+
+extern "C" int pta_invoke_replace_ra_crt(uint32_t cmd, uint32_t index, const char *uri,
+                                         uint32_t option, const char *file, const void *data,
+                                         uint32_t len) {
+    return replace_certificate(
+        ReplaceRequest{__func__, cmd, true, index, uri, option, file, data, len});
+}
+
+extern "C" int pta_invoke_replace_crt_import(const char *uri, const void *data, uint32_t len,
+                                             uint32_t option) {
+    return pta_invoke_replace_crt(PTA_DALU_CMD_REPLACE_CRT, 0, uri, option, nullptr, data, len);
+}
+
+extern "C" int pta_invoke_replace_ra_crt_import(const char *uri, const void *data, uint32_t len,
+                                                uint32_t option) {
+    return pta_invoke_replace_ra_crt(PTA_DALU_CMD_REPLACE_RA_CRT, 0, uri, option, nullptr, data,
+                                     len);
+}
+
+extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t option) {
+    if (index < FIRST_INDEX || index > LAST_INDEX) {
+        return -1;
+    }
+    return in_session([&] {
+        uintptr_t block[PTA20_ARGS_WORDS];
+        pta20_args(block, index, option, 0, reinterpret_cast<uintptr_t>(path), 0, 0);
+        return pta_invoke_cmd(PTA_DALU_CMD_REPLACE_CRT, block);
+    });
+}
+
+extern "C" int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
+                                        uint32_t option) {
+    return in_session([&] { return pta_invoke_replace_crt_import(uri, data, len, option); });
+}
+
+extern "C" int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,
+                                           uint32_t option) {
+    return in_session([&] { return pta_invoke_replace_ra_crt_import(uri, data, len, option); });
+}

@@ -1,0 +1,44 @@
+// A whole file read with readbin, owned by the routine that read it and freed on every path.
+#pragma once
+
+#include "karst.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace karst {
+
+class FileBytes {
+  public:
+    FileBytes() = default;
+    FileBytes(const FileBytes &) = delete;
+    FileBytes &operator=(const FileBytes &) = delete;
+    ~FileBytes() { reset(); }
+
+    // readbin's result (0 or -1); readbin prints its own messages.
+    int read(const char *path) {
+        reset();
+        uint8_t *data = nullptr;
+        uint32_t size = 0;
+        if (readbin(path, &data, &size) != 0) {
+            return -1;
+        }
+        data_ = data;
+        size_ = size;
+        return 0;
+    }
+    void reset() {
+        std::free(data_);
+        data_ = nullptr;
+        size_ = 0;
+    }
+
+    uint8_t *data() const { return data_; }
+    uint32_t size() const { return size_; }
+
+  private:
+    uint8_t *data_ = nullptr;
+    uint32_t size_ = 0;
+};
+
+} // namespace karst
