@@ -26,8 +26,9 @@ const std::map<std::string, int32_t> CERT_NAMES = {
 
 void add_cert(CLI::App &app) {
     auto opts = std::make_shared<CertOptions>();
-    CLI::App *cert = add_command(app, "cert", "The device's certificates",
-                                 "  karstctl cert get root -o root.der\n");
+    CLI::App *cert =
+        add_command(app, "cert", "The device's certificates: get, replace, replace-ra, csr, auth",
+                    "  karstctl cert get root -o root.der\n");
     cert->require_subcommand(1);
 
     CLI::App *get = add_command(
@@ -48,6 +49,7 @@ void add_cert(CLI::App &app) {
         check_call(pta20_get_cert(opts->index, buffer.get(), &size), "pta20_get_cert");
         write_output(opts->output, buffer.get(), size);
     });
+    add_cert_change(*cert);
 }
 
 } // namespace karstctl

@@ -10,5 +10,9 @@ void add_inventory(CLI::App &app);
 void add_memreg(CLI::App &app);
 void add_attest(CLI::App &app);
 void add_cert(CLI::App &app);
+// Sub-commands of "cert" that send certificates (cert.cpp calls it).
+void add_cert_change(CLI::App &cert);
+void add_signing(CLI::App &app);
+void add_otp(CLI::App &app);
 
 } // namespace karstctl

@@ -31,6 +31,8 @@ int main(int argc, char **argv) {
     karstctl::add_memreg(app);
     karstctl::add_attest(app);
     karstctl::add_cert(app);
+    karstctl::add_signing(app);
+    karstctl::add_otp(app);
 
     try {
         app.parse(argc, argv);

@@ -1,0 +1,114 @@
+// cert replace|replace-ra|csr|auth: certificates sent to the secure world.
+#include "common.hpp"
+#include "families.hpp"
+
+#include "karst.h"
+
+#include <memory>
+
+namespace karstctl {
+
+namespace {
+
+struct CertChangeOptions {
+    uint32_t index = 1;
+    uint32_t option = 0;
+    std::string file;
+    std::string second;
+    std::string subject;
+    std::string output;
+};
+
+// The replacement through the dispatcher: word 0 the index, word 1 the option, word 4 the file.
+int replace(uint32_t command, const CertChangeOptions &opts) {
+    Session session;
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, opts.index, opts.option, 0, reinterpret_cast<uintptr_t>(opts.file.c_str()), 0,
+               0);
+    return pta_invoke_cmd(command, block);
+}
+
+void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
+    CLI::App *replace_cmd = add_command(cert, "replace",
+                                        "Replace certificate INDEX (1 to 5) with a certificate "
+                                        "file",
+                                        "  karstctl cert replace 1 device.der\n");
+    replace_cmd->add_option("index", opts->index, "Certificate index, 1 to 5")
+        ->required()
+        ->check(CLI::Range(1, 5));
+    replace_cmd->add_option("file", opts->file, "The new certificate")
+        ->required()
+        ->check(CLI::ExistingFile);
+    replace_cmd->add_option("--option", opts->option, "Option word passed to the secure world");
+    replace_cmd->callback([opts] {
+        check_call(pta20_crt_replace(opts->index, opts->file.c_str(), opts->option),
+                   "pta20_crt_replace");
+    });
+
+    CLI::App *ra = add_command(cert, "replace-ra",
+                               "Replace the RA certificate; the RA data the secure world issues "
+                               "is archived as /nv1/ra_data.tgz",
+                               "  karstctl cert replace-ra 1 ra.der\n"
+                               "  karstctl attest ra-refresh\n");
+    ra->add_option("index", opts->index, "Certificate index, 1 to 5")
+        ->required()
+        ->check(CLI::Range(1, 5));
+    ra->add_option("file", opts->file, "The new certificate")->required()->check(CLI::ExistingFile);
+    ra->add_option("--option", opts->option, "Option word passed to the secure world");
+    ra->callback([opts] {
+        check_call(replace(PTA_DALU_CMD_REPLACE_RA_CRT, *opts), "pta_invoke_replace_ra_crt");
+    });
+}
+
+void add_csr(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
+    CLI::App *csr = add_command(cert, "csr",
+                                "Have the secure world make a certificate signing request (DER) "
+                                "for the device key",
+                                "  karstctl cert csr 'CN=bmc-01,O=Example,C=US' -o bmc.csr\n"
+                                "  openssl req -inform DER -in bmc.csr -noout -verify -subject\n");
+    csr->add_option("subject", opts->subject, "Subject: NAME=value attributes separated by ','")
+        ->required();
+    csr->add_option("-o,--output", opts->output, "File to write the request to")->required();
+    csr->callback([opts] {
+        check_call(pta20_gen_csr_import(opts->output.c_str(), opts->subject.c_str(),
+                                        static_cast<uint32_t>(opts->subject.size() + 1)),
+                   "pta20_gen_csr_import");
+    });
+}
+
+void add_auth(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
+    CLI::App *auth = add_command(cert, "auth",
+                                 "Check that a certificate was issued by one of the certificates "
+                                 "of a second file (DER, back to back)",
+                                 "  karstctl cert auth device.der chain.der\n");
+    auth->add_option("certificate", opts->file, "Certificate to check (DER)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    auth->add_option("issuers", opts->second, "Candidate issuers (DER, back to back)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    auth->callback([opts] {
+        int result = 0;
+        {
+            Session session;
+            result = pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
+                                           opts->second.c_str());
+        }
+        if (result == 1) {
+            fail(CALL_FAILED, "the secure world refused the certificate");
+        }
+        check_call(result, "pta_invoke_auth_certs");
+        std::printf("accepted\n");
+    });
+}
+
+} // namespace
+
+void add_cert_change(CLI::App &cert) {
+    auto opts = std::make_shared<CertChangeOptions>();
+    add_replace(cert, opts);
+    add_csr(cert, opts);
+    add_auth(cert, opts);
+}
+
+} // namespace karstctl

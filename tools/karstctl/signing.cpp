@@ -1,0 +1,108 @@
+// sign, verify, validate: signatures with the device key and the security validation.
+#include "common.hpp"
+#include "families.hpp"
+
+#include "karst.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace karstctl {
+
+namespace {
+
+// The library names the signature "<path>.sig", cut to 63 characters.
+constexpr size_t LONGEST_SIGNED_PATH = 63 - 4;
+
+struct SigningOptions {
+    std::string data;
+    std::string signature;
+    std::string output;
+    uint32_t option = 0;
+    uint32_t mask = 0;
+};
+
+void add_sign(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
+    CLI::App *sign = add_command(app, "sign",
+                                 "Sign a file with the device key (ECDSA P-256, SHA-256, DER); "
+                                 "the signature goes to FILE.sig",
+                                 "  karstctl sign report.txt\n"
+                                 "  karstctl sign report.txt -o report.sig\n");
+    sign->add_option("file", opts->data, "File to sign (path of at most 59 characters)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    sign->add_option("-o,--output", opts->output, "Also copy the signature to this file");
+    sign->add_option("--option", opts->option, "Option word passed to the secure world");
+    sign->callback([opts] {
+        if (opts->data.size() > LONGEST_SIGNED_PATH) {
+            fail(FILE_FAILED,
+                 "the path of the file to sign has more than 59 characters: " + opts->data);
+        }
+        {
+            Session session;
+            check_call(pta_invoke_att_sign(PTA_DALU_CMD_ATT_SIGN, opts->option, opts->data.c_str()),
+                       "pta_invoke_att_sign");
+        }
+        const std::string signature = opts->data + ".sig";
+        std::printf("%s\n", signature.c_str());
+        if (!opts->output.empty()) {
+            const std::vector<uint8_t> bytes = read_input(signature);
+            write_output(opts->output, bytes.data(), bytes.size());
+        }
+    });
+}
+
+void add_verify(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
+    CLI::App *verify = add_command(app, "verify",
+                                   "Check a signature of a file by the device key: prints "
+                                   "valid (status 0) or invalid (status 1)",
+                                   "  karstctl verify report.txt report.txt.sig\n");
+    verify->add_option("file", opts->data, "Signed file")->required()->check(CLI::ExistingFile);
+    verify->add_option("signature", opts->signature, "Signature (DER)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    verify->callback([opts] {
+        if (opts->data.find(':') != std::string::npos) {
+            fail(FILE_FAILED, "the signed file's path must not contain ':'");
+        }
+        std::string args = opts->data + ":" + opts->signature;
+        int result = 0;
+        {
+            Session session;
+            result = pta_invoke_att_verify(PTA_DALU_CMD_ATT_VERIFY, args.data());
+        }
+        std::printf("%s\n", result == 0 ? "valid" : "invalid");
+        check_call(result, "pta_invoke_att_verify");
+    });
+}
+
+void add_validate(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
+    CLI::App *validate = add_command(app, "validate",
+                                     "Attestation security validation: MASK 0x1 device identity, "
+                                     "0x2 remote attestation",
+                                     "  karstctl validate 0x1\n"
+                                     "  karstctl validate 3\n");
+    validate->add_option("mask", opts->mask, "Checks to run (0x1, 0x2 or 0x3)")->required();
+    validate->callback([opts] {
+        const int result = pta20_att_security_validate(opts->mask);
+        if (result == PTA20_ATT_VALIDATE_NOT_FOUND) {
+            fail(CALL_FAILED, "validation: no such check");
+        }
+        if (result == PTA20_ATT_VALIDATE_REJECTED) {
+            fail(CALL_FAILED, "validation: rejected by the secure world");
+        }
+        check_call(result, "pta20_att_security_validate");
+        std::printf("valid\n");
+    });
+}
+
+} // namespace
+
+void add_signing(CLI::App &app) {
+    auto opts = std::make_shared<SigningOptions>();
+    add_sign(app, opts);
+    add_verify(app, opts);
+    add_validate(app, opts);
+}
+
+} // namespace karstctl
