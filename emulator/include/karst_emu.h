@@ -80,11 +80,18 @@ KARST_EMU_API void karst_emu_journal_clear(void);
 /* How many input bytes a journal record keeps of each memory reference (default 1 MiB). */
 KARST_EMU_API void karst_emu_journal_input_limit(size_t bytes);
 
-/* Clears scripts, counters and the journal (not the application's stored state). */
+/* Clears scripts, counters and the journal, and restores the programming rate (not the
+ * application's stored state). */
 KARST_EMU_API void karst_emu_reset(void);
 
+/* Bytes per second at which the application programs a device during an image update (0: at
+ * once). The default, 32 MiB/s, makes a 64 MiB update take two seconds; a process can set it with
+ * KARST_EMU_PROGRAM_RATE. karst_emu_reset restores the default. */
+KARST_EMU_API void karst_emu_program_rate(uint64_t bytes_per_second);
+
 /* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the
- * emulator's state directory) under root. Returns 0 or -1. */
+ * emulator's state directory) under root, and the eMMC: the sparse files dev/mmcblk0 (128 MiB)
+ * and dev/mmcblk0p2 (136 MiB), when missing. Returns 0 or -1. */
 KARST_EMU_API int karst_emu_setup(const char *root);
 
 #ifdef __cplusplus

@@ -1,5 +1,7 @@
 #include "controls.hpp"
 
+#include "pta/image_model.hpp"
+
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -257,4 +259,5 @@ extern "C" void karst_emu_reset(void) {
         c = 0;
     }
     book().journal.clear();
+    reset_program_rate();
 }

@@ -1,5 +1,7 @@
 #include "state_dir.hpp"
 
+#include "emmc.hpp"
+
 #include "karst_emu.h"
 
 #include <cerrno>
@@ -51,5 +53,5 @@ extern "C" int karst_emu_setup(const char *root) {
             return -1;
         }
     }
-    return 0;
+    return karst::emu::create_emmc(base) ? 0 : -1;
 }

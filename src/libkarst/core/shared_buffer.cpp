@@ -37,16 +37,21 @@ Operation &Operation::whole(int index, TEEC_SharedMemory *record) {
     return *this;
 }
 
-Operation &Operation::value(int index, std::uint32_t a) {
+Operation &Operation::value(int index, std::uint32_t a, std::uint32_t b) {
     set_type(index, TEEC_VALUE_INPUT);
     op_.params[index].value.a = a;
-    op_.params[index].value.b = 0;
+    op_.params[index].value.b = b;
     return *this;
 }
 
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin) {
     origin = 0;
     return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
+}
+
+TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin) {
+    origin = 0;
+    return TEEC_InvokeCommand(&session(), command, nullptr, &origin);
 }
 
 } // namespace karst::tee

@@ -60,8 +60,8 @@ class Operation {
     // A whole registered block as parameter index.
     Operation &whole(int index, SharedRegion &region) { return whole(index, region.record()); }
     Operation &whole(int index, SharedBuffer &buffer) { return whole(index, buffer.record()); }
-    // A value input parameter (number in a, 0 in b).
-    Operation &value(int index, std::uint32_t a);
+    // A value input parameter (numbers in a and b).
+    Operation &value(int index, std::uint32_t a, std::uint32_t b = 0);
 
     TEEC_Operation *get() { return &op_; }
     // The data size the secure world reported for a memory reference parameter.
@@ -76,5 +76,7 @@ class Operation {
 
 // Invokes a command of the open session. origin receives the return origin.
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin);
+// Invokes a command that takes no operation at all (a null operation pointer).
+TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin);
 
 } // namespace karst::tee
