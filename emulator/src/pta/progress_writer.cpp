@@ -13,14 +13,18 @@ ProgressWriter::ProgressWriter(std::string path, uint64_t total)
 }
 
 ProgressWriter::~ProgressWriter() {
-    stop_.store(true);
+    {
+        std::lock_guard lock(mutex_);
+        stop_ = true;
+    }
+    wake_.notify_one();
     thread_.join();
     write_line(written_.load(std::memory_order_relaxed));
 }
 
 void ProgressWriter::run() {
-    while (!stop_.load()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::unique_lock lock(mutex_);
+    while (!wake_.wait_for(lock, std::chrono::milliseconds(100), [this] { return stop_; })) {
         write_line(written_.load(std::memory_order_relaxed));
     }
 }

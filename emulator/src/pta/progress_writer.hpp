@@ -4,7 +4,9 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -27,7 +29,9 @@ class ProgressWriter {
     std::string path_;
     uint64_t total_;
     std::atomic<uint64_t> written_{0};
-    std::atomic<bool> stop_{false};
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stop_ = false; // under mutex_
     std::thread thread_;
 };
 
