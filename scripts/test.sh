@@ -1,19 +1,27 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; and the 32-bit ARM build, run under qemu-arm.
+# with leaks counted as failures; the threaded tests under ThreadSanitizer; and the 32-bit ARM
+# build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/deps.sh g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
+# run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
 run_suite() {
     local name=$1
     shift
+    local configure=() select=()
+    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
+        configure+=("$1")
+        shift
+    done
+    [ $# -gt 0 ] && shift && select=("$@")
     echo "==== $name"
-    cmake -S . -B "build/$name" -G Ninja -DKARST_TEE=emulator "$@" >/dev/null
+    cmake -S . -B "build/$name" -G Ninja -DKARST_TEE=emulator "${configure[@]}" >/dev/null
     cmake --build "build/$name" -j "$jobs"
-    ctest --test-dir "build/$name" -j "$jobs" --output-on-failure --timeout 300
+    ctest --test-dir "build/$name" -j "$jobs" --output-on-failure --timeout 300 "${select[@]}"
 }
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
@@ -24,6 +32,11 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run_suite asan -DCMAKE_BUILD_TYPE=Debug -DKARST_SANITIZE=ON
 
 unset ASAN_OPTIONS UBSAN_OPTIONS
+# The tests that run threads (label "threads"), under ThreadSanitizer.
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+run_suite tsan -DCMAKE_BUILD_TYPE=Debug -DKARST_TSAN=ON -- -L threads
+unset TSAN_OPTIONS
+
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
 
