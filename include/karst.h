@@ -102,6 +102,55 @@ KARST_API int writebin(const char *path, const void *buffer, uint32_t size);
 KARST_API void xstrcpy(char *destination, const char *source, int capacity);
 
 /* ---------------------------------------------------------------------------------------------
+ * Data blocks: named values in a caller's buffer, carried to the secure world in one piece.
+ *
+ * Layout: a 16-byte header (crc little-endian, magic id little-endian, four format bytes
+ * 01 01 00 01, max_data_len big-endian), then max_data_len bytes of key/value pairs followed by
+ * zero bytes. The CRC-32 covers bytes 4 to the end of the data area.
+ *
+ * The caller owns the buffer. Calls that take no buffer length read 16 + max_data_len bytes
+ * (as the header states) whenever max_data_len is 1 to DATABLK_MAX_LEN: the caller guarantees
+ * that the buffer holds that much, and that it holds at least the 16-byte header. A block from
+ * other software whose size is not known to match should pass pta20_datablk_check first.
+ * Records whose lengths point past the data area are refused, never followed.
+ */
+#define DATABLK_MAGIC_CERT 0x43524544u /* certificate block */
+#define DATABLK_MAGIC_ATT 0x49545441u  /* attestation block */
+#define DATABLK_MAGIC_FW 0x54524244u   /* firmware authentication block */
+#define DATABLK_TAG_NAME 0x16u         /* tag of a key name record */
+#define DATABLK_TAG_VALUE 0x02u        /* tag of a value record */
+#define DATABLK_HEADER_LEN 16u
+#define DATABLK_MAX_LEN 0x3FFFF0u /* bound of buffer, data area, value and capacity lengths */
+#define DATABLK_NAME_MAX 255u     /* longest key name, in bytes */
+#define DATABLK_INFO_MAX_LEN 1    /* pta20_datablk_get_info: size of the data area */
+#define DATABLK_INFO_USED_LEN 2   /* ... bytes used by the records, -1 when they fill it */
+#define DATABLK_INFO_CRC 4        /* ... the stored CRC word */
+
+/* Makes an empty block in blk (len bytes, 17 to DATABLK_MAX_LEN) for the magic id. */
+KARST_API int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len);
+/* Stores len bytes (1 to DATABLK_MAX_LEN) under name (1 to 255 bytes), replacing its value or
+ * adding the key; refreshes the CRC. On any failure the block is left exactly as it was. data
+ * must not lie inside the block. */
+KARST_API int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data,
+                                uint32_t len, void *blk);
+/* Copies the value of name into data. *len holds data's capacity on entry (1 to
+ * DATABLK_MAX_LEN) and the value's length on success; data is zeroed over the capacity first. */
+KARST_API int pta20_datablk_get(uint32_t magic_id, const char *name, void *data, uint32_t *len,
+                                const void *blk);
+/* One of the DATABLK_INFO_ numbers of a block whose CRC is right, or -1. */
+KARST_API int32_t pta20_datablk_get_info(const void *blk, int32_t opt);
+/* Recomputes and stores the block's CRC. */
+KARST_API int pta20_datablk_update_crc(uint32_t magic_id, void *blk);
+/* Ends the use of a block (the arguments of its create); the caller frees the buffer. */
+KARST_API int pta20_datablk_destroy(uint32_t magic_id, void *blk, uint32_t len);
+/* Checks a block received in a buffer of buffer_len bytes: its header and data area fit the
+ * buffer, its CRC is right and every record lies inside the data area. */
+KARST_API int pta20_datablk_check(const void *blk, uint32_t buffer_len);
+/* CRC-32 step: starts from crc as given and returns the complement. crc32i(0xFFFFFFFF, ...)
+ * is the standard CRC-32; to continue over a further piece pass ~(previous result). */
+KARST_API uint32_t crc32i(uint32_t crc, const void *buf, uint32_t len);
+
+/* ---------------------------------------------------------------------------------------------
  * U-Boot environment.
  */
 

@@ -12,5 +12,10 @@ int karst_c99_probe(void) {
     pta20_args(block, 1, 2, 3, 4, 5, 6);
     /* The exported data and a few calls, to be sure they link from C. */
     cmd_args = 0;
-    return (int)block[3] + (int)PTA_DALU_CMD_GET_CERTIFICATE + pta_invoke_test_cmd(0, 0);
+    unsigned char blk[64];
+    if (pta20_datablk_create(DATABLK_MAGIC_ATT, blk, sizeof blk) != 0) {
+        return -1;
+    }
+    return (int)block[3] + (int)PTA_DALU_CMD_GET_CERTIFICATE + pta_invoke_test_cmd(0, 0) +
+           pta20_datablk_get_info(blk, DATABLK_INFO_USED_LEN);
 }

@@ -1,0 +1,57 @@
+// Storing a value under a key, with the CRC refreshed. Every failure leaves the block as it was.
+#include "karst.h"
+
+#include "core/log.hpp"
+#include "datablk/klv.hpp"
+#include "datablk/store.hpp"
+
+#include <cstring>
+#include <string_view>
+
+using namespace karst::datablk;
+
+namespace {
+
+int blk_set(uint32_t magic_id, std::string_view name, const uint8_t *data, uint32_t len,
+            uint8_t *blk) {
+    if (!datablk_len_ok(len)) {
+        KARST_E("Incorrect datablk length %x\n", len);
+        return -1;
+    }
+    if (!karst::klv::name_ok(name)) {
+        KARST_E("Incorrect key name length %zu\n", name.size());
+        return -1;
+    }
+    if (magic_id != karst::datablk::magic_id(blk)) {
+        KARST_E("Incorrect datablk magic id 0x%x\n", magic_id);
+        return -1;
+    }
+
+    const Lookup found = blk_getenv(name, blk);
+    if (found.found == Found::bad_block) {
+        return -1;
+    }
+    // The same value again: nothing changes, the CRC included.
+    if (found.found == Found::yes && found.value_len == len &&
+        std::memcmp(found.value, data, len) == 0) {
+        return 0;
+    }
+    // A wrong CRC does not stop the write; the new CRC covers the block as it then stands.
+    if (blk_setenv(name, data, len, blk) != 0) {
+        return -1;
+    }
+    datablk_store_crc(blk);
+    return 0;
+}
+
+} // namespace
+
+extern "C" int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data,
+                                 uint32_t len, void *blk) {
+    if (name == nullptr || data == nullptr || blk == nullptr) {
+        KARST_PRINT("Invalid arguments: name = %s\n", name != nullptr ? name : "(null)");
+        return -1;
+    }
+    return blk_set(magic_id, name, static_cast<const uint8_t *>(data), len,
+                   static_cast<uint8_t *>(blk));
+}

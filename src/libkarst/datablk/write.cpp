@@ -1,0 +1,56 @@
+// Storing a pair: the value of an existing key is rewritten in place (later pairs move), a new
+// key is appended behind the last pair. Nothing is written unless the new pair fits.
+#include "core/log.hpp"
+#include "datablk/klv.hpp"
+#include "datablk/store.hpp"
+
+#include <cstring>
+#include <optional>
+
+namespace karst::datablk {
+
+int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t *blk) {
+    if (blk == nullptr || !klv::name_ok(name)) {
+        return -1;
+    }
+    const Area area = area_of(blk);
+    uint8_t *const bytes = data_area(blk);
+
+    // Walk to the end of the records, remembering the last pair with this name.
+    PairWalk walk{area};
+    Pair pair{};
+    std::optional<Pair> match;
+    while (next_pair(walk, pair)) {
+        if (pair_has_name(area, pair, name)) {
+            match = pair;
+        }
+    }
+    if (walk.out_of_bounds) {
+        KARST_E("Data Block record out of bounds at offset %u\n", walk.offset);
+        return -1;
+    }
+    const uint32_t used = walk.offset;
+    const uint64_t new_size = klv::pair_size(name.size(), len);
+    // The room test does not count what a replaced pair would release.
+    if (new_size > area.size - used) {
+        return -1;
+    }
+
+    if (!match) {
+        const size_t written =
+            klv::encode_pair({bytes + used, area.size - used}, name, {data, len});
+        return written == 0 ? -1 : 0;
+    }
+
+    const uint32_t old_size = match->end - match->start;
+    const auto new_end = static_cast<uint32_t>(used - old_size + new_size);
+    const auto pair_end = static_cast<uint32_t>(match->start + new_size);
+    std::memmove(bytes + pair_end, bytes + match->end, used - match->end);
+    uint8_t *value = bytes + match->value_record;
+    value += klv::encode_value_header(len, value);
+    std::memcpy(value, data, len);
+    std::memset(bytes + new_end, 0, area.size - new_end);
+    return 0;
+}
+
+} // namespace karst::datablk
