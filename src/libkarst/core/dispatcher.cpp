@@ -36,6 +36,9 @@ constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
     t[PTA_DALU_CMD_FW_UPLOAD] = image_command<pta_invoke_fw_upload>;
     t[PTA_DALU_CMD_FW_UPDATE] = image_command<pta_invoke_fw_update>;
     t[PTA_DALU_CMD_FW_DUMP] = image_command<pta_invoke_fw_dump>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK] = image_command<pta_invoke_fw_auth_dblk>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK + 1] = image_command<pta_invoke_fw_auth_dblk>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK + 2] = image_command<pta_invoke_fw_auth_dblk>;
     t[PTA_DALU_CMD_FW_DELETE] = [](uint32_t n, Block b) {
         return pta_invoke_fw_delete(n, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
                                     address<void>(b[4]));
