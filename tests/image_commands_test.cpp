@@ -102,6 +102,20 @@ TEST_F(ImageCommandTest, UploadAndUpdateHandBackTheSecureWorldsCode) {
     }
 }
 
+TEST_F(ImageCommandTest, UploadIsStoredAndDeleteClearsIt) {
+    const std::string image = image_bytes(0x12345);
+    write_file(path("/nv1/bmc_staging.bin"), image);
+    EXPECT_EQ(karst_emu_image_copy(0x0001, nullptr, nullptr), -1);
+    ASSERT_EQ(run(PTA_DALU_CMD_FW_UPLOAD, 0x0001, 0, nullptr, 0), 0);
+    uint64_t size = 0, digest = 0;
+    ASSERT_EQ(karst_emu_image_copy(0x0001, &size, &digest), 0);
+    EXPECT_EQ(size, image.size());
+    EXPECT_EQ(digest, karst_emu_image_digest(image.data(), image.size()));
+    EXPECT_NE(digest, karst_emu_image_digest(image.data(), image.size() - 1));
+    ASSERT_EQ(run(PTA_DALU_CMD_FW_DELETE, 0x0001, 0, nullptr, 0), 0);
+    EXPECT_EQ(karst_emu_image_copy(0x0001, nullptr, nullptr), -1);
+}
+
 TEST_F(ImageCommandTest, AuthenticationFollowsTheApplicationsRule) {
     const std::string good = image_bytes(64), bad = unsigned_image_bytes(64);
     EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH, 0x0901, IMG_SRC_BUFFER, good.data(), 64), 0);

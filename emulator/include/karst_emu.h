@@ -89,6 +89,12 @@ KARST_EMU_API void karst_emu_reset(void);
  * KARST_EMU_PROGRAM_RATE. karst_emu_reset restores the default. */
 KARST_EMU_API void karst_emu_program_rate(uint64_t bytes_per_second);
 
+/* The application's record of an uploaded copy of a slot (image word's type and slot): its
+ * length and digest. Returns 0, or -1 when the slot holds no copy. */
+KARST_EMU_API int karst_emu_image_copy(uint32_t img_id, uint64_t *size, uint64_t *digest);
+/* The digest the application records for an image's bytes. */
+KARST_EMU_API uint64_t karst_emu_image_digest(const void *data, size_t size);
+
 /* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the
  * emulator's state directory) under root, and the eMMC: the sparse files dev/mmcblk0 (128 MiB)
  * and dev/mmcblk0p2 (136 MiB), when missing. Returns 0 or -1. */

@@ -3,6 +3,7 @@
 
 #include "../emmc.hpp"
 #include "../state_dir.hpp"
+#include "kv_store.hpp"
 #include "karst_emu.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -199,33 +201,72 @@ bool program_device(uint32_t type, std::span<const uint8_t> image,
     return ok;
 }
 
-std::string copy_path(uint32_t img_id) {
-    const std::string dir = images_dir();
-    return dir.empty() ? dir
-                       : dir + "/copy-" + std::to_string((img_id >> 8) & 0xFF) + "-" +
-                             std::to_string(img_id & 0xFF) + ".bin";
+namespace {
+
+std::string copy_key(uint32_t img_id) {
+    return std::to_string((img_id >> 8) & 0xFF) + "-" + std::to_string(img_id & 0xFF);
+}
+
+} // namespace
+
+uint64_t image_digest(std::span<const uint8_t> image) {
+    constexpr uint64_t PRIME = 0x100000001B3;
+    uint64_t lanes[4] = {0xCBF29CE484222325, 0x84222325CBF29CE4, 0x9CE484222325CBF2,
+                         0x2325CBF29CE48422};
+    const size_t whole = image.size() / 32 * 32;
+    for (size_t i = 0; i < whole; i += 32) {
+        for (int lane = 0; lane < 4; ++lane) {
+            uint64_t word;
+            std::memcpy(&word, image.data() + i + 8 * lane, 8);
+            lanes[lane] = (lanes[lane] ^ word) * PRIME;
+        }
+    }
+    uint8_t tail[32] = {};
+    std::memcpy(tail, image.data() + whole, image.size() - whole);
+    for (int lane = 0; lane < 4; ++lane) {
+        uint64_t word;
+        std::memcpy(&word, tail + 8 * lane, 8);
+        lanes[lane] = (lanes[lane] ^ word) * PRIME;
+    }
+    uint64_t digest = image.size();
+    for (uint64_t lane : lanes) {
+        digest = (digest ^ lane) * PRIME;
+    }
+    return digest;
 }
 
 bool store_copy(uint32_t img_id, std::span<const uint8_t> image) {
-    const std::string path = copy_path(img_id);
-    if (path.empty()) {
+    KvStore copies("image-copies");
+    if (!copies.load()) {
         return false;
     }
-    const std::string tmp = path + ".part";
-    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        return false;
-    }
-    const bool ok = write_at(fd, image, 0);
-    ::close(fd);
-    return ok && std::rename(tmp.c_str(), path.c_str()) == 0;
+    copies.set(copy_key(img_id),
+               std::to_string(image.size()) + " " + std::to_string(image_digest(image)));
+    return copies.save();
 }
 
-void delete_copy(uint32_t img_id) {
-    const std::string path = copy_path(img_id);
-    if (!path.empty()) {
-        ::unlink(path.c_str());
+bool delete_copy(uint32_t img_id) {
+    KvStore copies("image-copies");
+    if (!copies.load()) {
+        return false;
     }
+    copies.erase(copy_key(img_id));
+    return copies.save();
+}
+
+bool stored_copy(uint32_t img_id, uint64_t &size, uint64_t &digest) {
+    KvStore copies("image-copies");
+    if (!copies.load()) {
+        return false;
+    }
+    const auto record = copies.get(copy_key(img_id));
+    unsigned long long s = 0, d = 0;
+    if (!record || std::sscanf(record->c_str(), "%llu %llu", &s, &d) != 2) {
+        return false;
+    }
+    size = s;
+    digest = d;
+    return true;
 }
 
 uint64_t program_rate() {
@@ -245,4 +286,22 @@ void reset_program_rate() {
 extern "C" void karst_emu_program_rate(uint64_t bytes_per_second) {
     karst::emu::g_rate.store(bytes_per_second);
     karst::emu::g_rate_set.store(true);
+}
+
+extern "C" int karst_emu_image_copy(uint32_t img_id, uint64_t *size, uint64_t *digest) {
+    uint64_t s = 0, d = 0;
+    if (!karst::emu::stored_copy(img_id, s, d)) {
+        return -1;
+    }
+    if (size != nullptr) {
+        *size = s;
+    }
+    if (digest != nullptr) {
+        *digest = d;
+    }
+    return 0;
+}
+
+extern "C" uint64_t karst_emu_image_digest(const void *data, size_t size) {
+    return karst::emu::image_digest({static_cast<const uint8_t *>(data), size});
 }

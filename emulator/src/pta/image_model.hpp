@@ -3,7 +3,7 @@
 // Every image type with a table on the controller is a device with a flash of the type's image
 // size. The BMC's flash is the active image in the eMMC (emmc.hpp); the others are files in the
 // state directory holding what was last programmed (the rest of the flash reads erased, 0xFF),
-// or a factory image until the first update. Uploaded copies are kept per type and slot.
+// or a factory image until the first update. Uploaded copies are recorded per type and slot.
 #pragma once
 
 #include "params.hpp"
@@ -36,10 +36,15 @@ size_t read_device(uint32_t type, std::span<uint8_t> out);
 bool program_device(uint32_t type, std::span<const uint8_t> image,
                     void (*written)(void *user, uint64_t done), void *user);
 
-// Uploaded copies of a type's slot: store and delete.
+// Uploaded copies of a type's slot. The application keeps what identifies a copy, its length and
+// digest (image_digest), read from the shared memory in one pass; delete clears the record.
 bool store_copy(uint32_t img_id, std::span<const uint8_t> image);
-void delete_copy(uint32_t img_id);
-std::string copy_path(uint32_t img_id);
+bool delete_copy(uint32_t img_id);
+bool stored_copy(uint32_t img_id, uint64_t &size, uint64_t &digest);
+
+// A 64-bit digest of an image: four FNV-1a-style lanes over its little-endian 64-bit words (the
+// tail zero-padded), folded with the length. Fast enough to read every byte once.
+uint64_t image_digest(std::span<const uint8_t> image);
 
 // Bytes per second at which devices are programmed; 0: at once.
 uint64_t program_rate();

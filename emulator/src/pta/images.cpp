@@ -161,8 +161,7 @@ TEEC_Result image_delete(Params &params) {
     if (device_info(type_of(img_id)) == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
-    delete_copy(img_id);
-    return TEEC_SUCCESS;
+    return delete_copy(img_id) ? TEEC_SUCCESS : TEEC_ERROR_STORAGE_NOT_AVAILABLE;
 }
 
 TEEC_Result image_auth_dblk(Params &params) {
