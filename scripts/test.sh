@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; the threaded tests under ThreadSanitizer; and the 32-bit ARM
-# build, run under qemu-arm.
+# with leaks counted as failures; the threaded tests under ThreadSanitizer; each fuzz target for
+# 20 seconds; and the 32-bit ARM build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,6 +36,9 @@ unset ASAN_OPTIONS UBSAN_OPTIONS
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 run_suite tsan -DCMAKE_BUILD_TYPE=Debug -DKARST_TSAN=ON -- -L threads
 unset TSAN_OPTIONS
+
+# Each libFuzzer target, briefly (longer runs: scripts/fuzz.sh SECONDS).
+scripts/fuzz.sh 20
 
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"

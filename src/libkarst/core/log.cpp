@@ -8,7 +8,8 @@ namespace karst::log {
 namespace {
 
 // One whole line at a time: a message's prefix and text are never split by another thread's.
-void emit(char tag, const char *func, int line, const char *fmt, va_list ap) {
+__attribute__((format(printf, 4, 0))) void emit(char tag, const char *func, int line,
+                                                const char *fmt, va_list ap) {
     flockfile(stdout);
     std::printf("[%c:%s:%d] ", tag, func, line);
     std::vprintf(fmt, ap);
