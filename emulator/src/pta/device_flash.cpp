@@ -3,8 +3,8 @@
 
 #include "../emmc.hpp"
 #include "../state_dir.hpp"
-#include "kv_store.hpp"
 #include "karst_emu.h"
+#include "kv_store.hpp"
 
 #include <algorithm>
 #include <array>
@@ -183,7 +183,7 @@ bool program_device(uint32_t type, std::span<const uint8_t> image,
             written(user, done);
         }
         if (rate != 0) {
-            std::this_thread::sleep_for(std::chrono::microseconds(n * 1000000 / rate));
+            std::this_thread::sleep_for(std::chrono::microseconds(uint64_t{n} * 1000000 / rate));
         }
     }
     if (ok && bmc) {
