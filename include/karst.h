@@ -131,8 +131,8 @@ KARST_API int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len);
 /* Stores len bytes (1 to DATABLK_MAX_LEN) under name (1 to 255 bytes), replacing its value or
  * adding the key; refreshes the CRC. On any failure the block is left exactly as it was. data
  * must not lie inside the block. */
-KARST_API int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data,
-                                uint32_t len, void *blk);
+KARST_API int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data, uint32_t len,
+                                void *blk);
 /* Copies the value of name into data. *len holds data's capacity on entry (1 to
  * DATABLK_MAX_LEN) and the value's length on success; data is zeroed over the capacity first. */
 KARST_API int pta20_datablk_get(uint32_t magic_id, const char *name, void *data, uint32_t *len,

@@ -3,7 +3,7 @@
 #   scripts/deps.sh [PACKAGE...]   the base set plus any packages named
 set -euo pipefail
 
-base=(cmake ninja-build g++ pkg-config libgtest-dev)
+base=(cmake ninja-build g++ pkg-config libgtest-dev zlib1g-dev)
 wanted=("${base[@]}" "$@")
 
 missing=()

@@ -1,33 +1,44 @@
 #!/usr/bin/env bash
-# The libFuzzer targets: a clang build with -DKARST_FUZZ=ON, each target run for a while on a
-# copy of its seed corpus.
-#   scripts/fuzz.sh [SECONDS]   seconds per target (default 60)
+# Runs every libFuzzer target in fuzz/ for a while, each from its seed corpus, in a clang build
+# with AddressSanitizer and UndefinedBehaviorSanitizer (build/fuzz).
+#   scripts/fuzz.sh [SECONDS]   seconds per target (default 300)
+# New inputs accumulate in build/fuzz/corpus/<target>; a crash leaves its input in
+# build/fuzz/artifacts/ and fails the script.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-seconds=${1:-60}
-scripts/deps.sh clang libclang-rt-dev zlib1g-dev
-CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DKARST_TEE=emulator \
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKARST_FUZZ=ON -DKARST_BUILD_TESTS=OFF >/dev/null
-# Only the targets: the shared libraries are not linked with clang's sanitizer runtimes.
-targets=()
-for source in fuzz/*_fuzz.cpp; do
-    targets+=("$(basename "$source" .cpp)")
-done
-cmake --build build/fuzz --target "${targets[@]}"
+seconds=${1:-300}
+scripts/deps.sh clang libclang-rt-dev
 
-work=$(mktemp -d /tmp/karst-fuzz-XXXXXX)
-trap 'rm -rf "$work"' EXIT
-for t in "${targets[@]}"; do
-    target=build/fuzz/fuzz/$t
-    name=${t%_fuzz}
-    corpus="$work/$name"
-    mkdir -p "$corpus"
-    [ -d "fuzz/corpus/$name" ] && cp fuzz/corpus/"$name"/* "$corpus"/
-    echo "==== fuzz $name (${seconds}s)"
-    "$target" -max_total_time="$seconds" -print_final_stats=0 "$corpus" 2>"$work/$name.log" || {
-        cat "$work/$name.log"
+build=build/fuzz
+CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DKARST_TEE=emulator -DKARST_FUZZ=ON \
+    -DKARST_BUILD_TESTS=OFF -DKARST_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$build" --target fuzz_targets
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+mkdir -p "$build/artifacts"
+for source in fuzz/*_fuzz.cpp; do
+    target=$(basename "$source" .cpp)
+    name=${target%_fuzz}
+    corpus="$build/corpus/$name"
+    seeds="$build/seeds/$name"
+    mkdir -p "$corpus" "$seeds"
+    if [ -x "$build/fuzz/${name}_seeds" ]; then
+        "$build/fuzz/${name}_seeds" "$seeds"
+    fi
+    if [ -d "fuzz/corpus/$name" ]; then
+        cp fuzz/corpus/"$name"/* "$seeds"/
+    fi
+    log="$build/$target.log"
+    echo "== $target: ${seconds}s"
+    # Standard output is closed for the target: the library's messages would drown the log.
+    if ! "$build/fuzz/$target" -max_total_time="$seconds" -close_fd_mask=1 \
+        -artifact_prefix="$build/artifacts/" -print_final_stats=1 "$corpus" "$seeds" \
+        >"$log" 2>&1; then
+        tail -n 60 "$log"
+        echo "$target failed; its input is in $build/artifacts/" >&2
         exit 1
-    }
-    tail -n 1 "$work/$name.log"
+    fi
+    grep -E '^(Done|stat::number_of_executed_units|stat::peak_rss_mb)' "$log" || true
 done

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh g++-arm-linux-gnueabihf qemu-user googletest
+scripts/deps.sh g++-arm-linux-gnueabihf qemu-user googletest libbenchmark-dev clang libclang-rt-dev
 jobs=$(nproc)
 
 # run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
@@ -38,6 +38,7 @@ run_suite tsan -DCMAKE_BUILD_TYPE=Debug -DKARST_TSAN=ON -- -L threads
 unset TSAN_OPTIONS
 
 # Each libFuzzer target, briefly (longer runs: scripts/fuzz.sh SECONDS).
+echo "==== fuzz"
 scripts/fuzz.sh 20
 
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \

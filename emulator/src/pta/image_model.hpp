@@ -42,8 +42,8 @@ bool store_copy(uint32_t img_id, std::span<const uint8_t> image);
 bool delete_copy(uint32_t img_id);
 bool stored_copy(uint32_t img_id, uint64_t &size, uint64_t &digest);
 
-// A 64-bit digest of an image: four FNV-1a-style lanes over its little-endian 64-bit words (the
-// tail zero-padded), folded with the length. Fast enough to read every byte once.
+// A 64-bit digest of an image: four Fletcher-style lanes over its little-endian 64-bit words
+// (the tail zero-padded), folded with the length. As fast as reading every byte once.
 uint64_t image_digest(std::span<const uint8_t> image);
 
 // Bytes per second at which devices are programmed; 0: at once.

@@ -49,4 +49,12 @@ void datablk_store_crc(uint8_t *blk) {
     store_le32(blk + CRC_OFFSET, datablk_crc(blk));
 }
 
+CrcPrefix datablk_crc_prefix(const uint8_t *blk, uint32_t split) {
+    return {split, crc32i(0xFFFFFFFFu, blk + MAGIC_OFFSET, split + (HEADER_LEN - MAGIC_OFFSET))};
+}
+
+uint32_t datablk_crc_from(const uint8_t *blk, CrcPrefix prefix) {
+    return crc32i(~prefix.crc, data_area(blk) + prefix.split, max_data_len(blk) - prefix.split);
+}
+
 } // namespace karst::datablk

@@ -59,4 +59,13 @@ bool datablk_crc_ok(const uint8_t *blk);
 // Stores datablk_crc at offset 0.
 void datablk_store_crc(uint8_t *blk);
 
+// The CRC register over bytes 4 to 16 + split: the header and the first split data bytes.
+struct CrcPrefix {
+    uint32_t split;
+    uint32_t crc; // crc32i's result over those bytes
+};
+CrcPrefix datablk_crc_prefix(const uint8_t *blk, uint32_t split);
+// datablk_crc, going on from a prefix (whose bytes must not have changed since).
+uint32_t datablk_crc_from(const uint8_t *blk, CrcPrefix prefix);
+
 } // namespace karst::datablk

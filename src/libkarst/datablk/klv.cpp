@@ -22,14 +22,6 @@ uint32_t be_encode(uint32_t value, uint8_t *out) {
     return count;
 }
 
-uint32_t be_decode(const uint8_t *bytes, uint32_t n) {
-    uint32_t value = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-        value += static_cast<uint32_t>(bytes[n - 1 - i]) << ((8 * i) % 32);
-    }
-    return value;
-}
-
 uint32_t length_field_size(uint32_t value_len) {
     const uint32_t count = byte_count(value_len);
     return count == 0 ? 1 : count;

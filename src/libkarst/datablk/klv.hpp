@@ -23,7 +23,13 @@ uint32_t byte_count(uint32_t value);
 uint32_t be_encode(uint32_t value, uint8_t *out);
 
 // The number held big-endian in n bytes: the sum of bytes[n-1-i] << (8*i mod 32).
-uint32_t be_decode(const uint8_t *bytes, uint32_t n);
+inline uint32_t be_decode(const uint8_t *bytes, uint32_t n) {
+    uint32_t value = 0;
+    for (uint32_t i = 0; i < n; ++i) {
+        value += static_cast<uint32_t>(bytes[n - 1 - i]) << ((8 * i) % 32);
+    }
+    return value;
+}
 
 // Size of the value record's length field: byte_count(value_len), at least 1.
 uint32_t length_field_size(uint32_t value_len);

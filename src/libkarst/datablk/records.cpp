@@ -4,8 +4,6 @@
 #include "core/log.hpp"
 #include "datablk/klv.hpp"
 
-#include <cstring>
-
 namespace karst::datablk {
 namespace {
 
@@ -83,11 +81,6 @@ bool next_pair(PairWalk &walk, Pair &pair) {
     pair.end = value_record + static_cast<uint32_t>(value_size);
     walk.offset = pair.end;
     return true;
-}
-
-bool pair_has_name(Area area, const Pair &pair, std::string_view name) {
-    return pair.name_len == name.size() &&
-           std::memcmp(area.bytes + pair.start + 2, name.data(), name.size()) == 0;
 }
 
 RecordsEnd walk_records(Area area) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace karst::datablk {
@@ -46,7 +47,10 @@ struct PairWalk {
 bool next_pair(PairWalk &walk, Pair &pair);
 
 // Whether the pair's name is name, byte for byte.
-bool pair_has_name(Area area, const Pair &pair, std::string_view name);
+inline bool pair_has_name(Area area, const Pair &pair, std::string_view name) {
+    return pair.name_len == name.size() &&
+           std::memcmp(area.bytes + pair.start + 2, name.data(), name.size()) == 0;
+}
 
 // The walk by records (get_next_tlv), two records per round, for the used length.
 struct RecordsEnd {

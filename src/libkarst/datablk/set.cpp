@@ -36,11 +36,17 @@ int blk_set(uint32_t magic_id, std::string_view name, const uint8_t *data, uint3
         std::memcmp(found.value, data, len) == 0) {
         return 0;
     }
-    // A wrong CRC does not stop the write; the new CRC covers the block as it then stands.
-    if (blk_setenv(name, data, len, blk) != 0) {
+    // A wrong CRC does not stop the write; the new CRC covers the block as it then stands. The
+    // write walks on from where the lookup stopped (from the start after a wrong CRC), and
+    // leaves the bytes before that point as they were: their CRC is not computed again.
+    if (blk_setenv(name, data, len, blk, found.walk) != 0) {
         return -1;
     }
-    datablk_store_crc(blk);
+    if (found.found == Found::bad_crc) {
+        datablk_store_crc(blk);
+    } else {
+        store_le32(blk, datablk_crc_from(blk, found.crc_prefix));
+    }
     return 0;
 }
 

@@ -24,6 +24,12 @@ struct Lookup {
     Found found;
     const uint8_t *value; // set when found
     uint32_t value_len;
+    // The walk as the lookup left it: at the first pair named name, or past the last pair when
+    // there is none (at the start after a wrong CRC). A write continues from here.
+    PairWalk walk;
+    // The CRC of the block up to where the walk stopped (when the CRC is right): a write changes
+    // nothing before that point.
+    CrcPrefix crc_prefix;
 };
 
 // Finds the first pair named name in a block whose CRC is right.
@@ -31,7 +37,10 @@ Lookup blk_getenv(std::string_view name, const uint8_t *blk);
 
 // Replaces the value of the last pair named name, or appends a pair. Checks neither the CRC
 // nor the magic id and does not update the CRC. -1 when it does not fit or a record points
-// past the data area; the block is then unchanged.
-int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t *blk);
+// past the data area; the block is then unchanged. The walk over the pairs goes on from
+// `from`, which no pair named name may precede: PairWalk{area_of(blk)} walks from the start,
+// a lookup's walk saves the pairs it has already passed.
+int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t *blk,
+               PairWalk from);
 
 } // namespace karst::datablk

@@ -9,7 +9,8 @@
 
 namespace karst::datablk {
 
-int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t *blk) {
+int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t *blk,
+               PairWalk from) {
     if (blk == nullptr || !klv::name_ok(name)) {
         return -1;
     }
@@ -17,7 +18,7 @@ int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t
     uint8_t *const bytes = data_area(blk);
 
     // Walk to the end of the records, remembering the last pair with this name.
-    PairWalk walk{area};
+    PairWalk walk = from;
     Pair pair{};
     std::optional<Pair> match;
     while (next_pair(walk, pair)) {
