@@ -247,8 +247,8 @@ KARST_API int pta_invoke_fw_update(uint32_t cmd, uint32_t img_id, uint32_t img_f
 KARST_API int pta_invoke_fw_dump(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
                                  uint32_t size);
 KARST_API int pta_invoke_fw_delete(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg);
-KARST_API int pta_invoke_fw_auth_dblk(uint32_t cmd, uint32_t img_id, uint32_t img_flags,
-                                      void *arg, uint32_t size);
+KARST_API int pta_invoke_fw_auth_dblk(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                      uint32_t size);
 
 /* Asynchronous update. The caller owns the context and keeps it in place until state has left
  * IMG_UPD_QUEUED and IMG_UPD_RUNNING; the update thread writes state, the caller's polls write
@@ -304,6 +304,60 @@ KARST_API int pta_invoke_fpga_ready(uint32_t cmd);
 /* Switches the BIOS flash to 4-byte (enable non-zero) or 3-byte addressing through a CPLD
  * register write. */
 KARST_API int pta20_bios_set4Byte(uint32_t enable);
+
+/* ---------------------------------------------------------------------------------------------
+ * Inventory: named values kept by the secure world, cached in the inventory file.
+ */
+
+/* The inventory file: key=value lines, one per entry. On a host build (against the emulator)
+ * the library uses it under $KARST_ROOT. */
+#define INVENTORY_FILE "/tmp/inventory.txt"
+
+/* Reads value name into buffer (size bytes; 0 means room for 100) and caches it in the
+ * inventory file. A BIOS value holding "Rev" is corrected to "Ver" (in buffer, the secure world
+ * and the file). While no session can be opened the value comes from the inventory file
+ * (read_config's result). */
+KARST_API int pta20_inventory_get(const char *name, char *buffer, uint32_t size);
+/* Stores size bytes of data (a null data: size zero bytes) under name: first in the inventory
+ * file, then in the secure world. -1 when the secure world was not updated. */
+KARST_API int pta20_inventory_set(const char *name, const char *data, uint32_t size);
+
+/* Bodies of the calls above; they need the open session. With a null out the value is printed
+ * as name=value. */
+KARST_API int _pta_invoke_inventory_get(const char *name, char *out, uint32_t size);
+KARST_API int _pta_invoke_inventory_set(const char *name, const char *data, uint32_t size);
+/* Dispatcher entries 8 and 9: text is a name (the value is printed), or name=value (split in
+ * place; the value is sent with its terminating zero). */
+KARST_API int pta_invoke_inventory_get(uint32_t number, char *text);
+KARST_API int pta_invoke_inventory_set(uint32_t number, char *text);
+
+/* Key=value files under whole-file record locks (readers shared, the writer exclusive).
+ * read_config copies the value of the first entry with this key into out, cut to out_size - 1
+ * characters and terminated; 0 when found, -1 otherwise.
+ * write_config makes the file hold key=value; value_size counts the value's terminating zero
+ * (a null value or size 0: the empty value). Rewrites only from the first changed entry on. A
+ * missing file is created empty and -1 returned; the next call writes the entry. A key that no
+ * line can hold (over 63 characters, or with "=", an apostrophe or a line end) gives -1. */
+KARST_API int read_config(const char *path, const char *key, char *out, uint32_t out_size);
+KARST_API int write_config(const char *path, const char *key, const char *value,
+                           uint32_t value_size);
+
+/* Imports a firmware inventory file of key=value lines: every value the secure world does not
+ * already hold is written to it. -1 when the file cannot be opened, locked or unlocked, or the
+ * session cannot be opened. */
+KARST_API int pta20_import_fw_invt_tavo(const char *path);
+
+/* ---------------------------------------------------------------------------------------------
+ * Secure registers.
+ */
+
+/* Reads and prints count (at most 64) consecutive 32-bit registers from the hexadecimal address
+ * in address_text; out (optional) receives the first value. */
+KARST_API int pta20_memreg_get(const char *address_text, uint32_t count, uint32_t *out);
+/* Body of the call above (count at most 8192); needs the open session. */
+KARST_API int _pta_invoke_memreg_get(const char *address_text, uint32_t count, uint32_t *out);
+/* Dispatcher entry 18: word 4 the address text, word 3 the count. */
+KARST_API int pta_invoke_memreg_get(uint32_t number, const char *address_text, uint32_t count);
 
 #ifdef __cplusplus
 }

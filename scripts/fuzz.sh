@@ -15,7 +15,9 @@ CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DKARST_TEE=emulator -DKARS
     -DKARST_BUILD_TESTS=OFF -DKARST_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" --target fuzz_targets
 
-export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+# The sanitizer runtime is a shared library (so that the emulator links against it too), hence
+# the link order check is off.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}:verify_asan_link_order=0
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 mkdir -p "$build/artifacts"
 for source in fuzz/*_fuzz.cpp; do
@@ -27,15 +29,16 @@ for source in fuzz/*_fuzz.cpp; do
     if [ -x "$build/fuzz/${name}_seeds" ]; then
         "$build/fuzz/${name}_seeds" "$seeds"
     fi
+    committed=()
     if [ -d "fuzz/corpus/$name" ]; then
-        cp fuzz/corpus/"$name"/* "$seeds"/
+        committed=("fuzz/corpus/$name")
     fi
     log="$build/$target.log"
     echo "== $target: ${seconds}s"
     # Standard output is closed for the target: the library's messages would drown the log.
     if ! "$build/fuzz/$target" -max_total_time="$seconds" -close_fd_mask=1 \
         -artifact_prefix="$build/artifacts/" -print_final_stats=1 "$corpus" "$seeds" \
-        >"$log" 2>&1; then
+        "${committed[@]}" >"$log" 2>&1; then
         tail -n 60 "$log"
         echo "$target failed; its input is in $build/artifacts/" >&2
         exit 1

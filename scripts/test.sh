@@ -5,7 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh g++-arm-linux-gnueabihf qemu-user googletest libbenchmark-dev clang libclang-rt-dev
+scripts/deps.sh libssl-dev openssl libbenchmark-dev clang libclang-rt-dev \
+    g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
 # run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]

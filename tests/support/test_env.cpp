@@ -132,8 +132,14 @@ void SessionHolder::release() {
 void SessionHolder::kill_holder() {
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
     }
-    release();
+    if (to_child_ >= 0) {
+        close(to_child_);
+        to_child_ = -1;
+    }
+    holding_ = false;
 }
 
 SessionHolder::~SessionHolder() {

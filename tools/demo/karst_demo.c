@@ -9,17 +9,23 @@
  *                                   thread, with backup and evidence dumps first, and show the
  *                                   progress until the update ends
  *   karst_demo img-dump-bmc         dump the active BMC image to /tmp/fw_image
+ *   karst_demo inv-set NAME VALUE   store an inventory value (secure world and inventory file)
+ *   karst_demo inv-get NAME         read an inventory value and print NAME=VALUE
+ *   karst_demo fw-import FILE       import a firmware inventory file of NAME=VALUE lines
+ *   karst_demo reg-get ADDR COUNT   read COUNT secure registers from the hexadecimal ADDR
  */
 #include <karst.h>
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
 
 static int usage(void) {
-    fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME | img-upload | "
-                    "img-update | img-dump-bmc\n");
+    fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME | inv-set NAME VALUE |"
+                    " inv-get NAME | fw-import FILE | reg-get ADDR COUNT | img-upload |"
+                    " img-update | img-dump-bmc\n");
     return 2;
 }
 
@@ -94,6 +100,28 @@ int main(int argc, char **argv) {
     }
     if (argc == 2 && strcmp(argv[1], "img-dump-bmc") == 0) {
         return pta20_img_dump(IMG_ID(IMG_TYPE_BMC, IMG_IDX_ACTIVE), 0, NULL, 0) == 0 ? 0 : 1;
+    }
+    if (argc == 4 && strcmp(argv[1], "inv-set") == 0) {
+        return pta20_inventory_set(argv[2], argv[3], (uint32_t)strlen(argv[3]) + 1) == 0 ? 0 : 1;
+    }
+    if (argc == 3 && strcmp(argv[1], "inv-get") == 0) {
+        char value[512] = {0};
+        if (pta20_inventory_get(argv[2], value, sizeof value) != 0) {
+            return 1;
+        }
+        printf("%s=%s\n", argv[2], value);
+        return 0;
+    }
+    if (argc == 3 && strcmp(argv[1], "fw-import") == 0) {
+        return pta20_import_fw_invt_tavo(argv[2]) == 0 ? 0 : 1;
+    }
+    if (argc == 4 && strcmp(argv[1], "reg-get") == 0) {
+        uint32_t first = 0;
+        if (pta20_memreg_get(argv[2], (uint32_t)strtoul(argv[3], NULL, 10), &first) != 0) {
+            return 1;
+        }
+        printf("first value: 0x%08x\n", (unsigned)first);
+        return 0;
     }
     return usage();
 }

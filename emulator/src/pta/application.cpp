@@ -25,6 +25,9 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     t[6] = cpld_read;
     t[7] = cpld_write;
     t[25] = fpga_ready;
+    t[8] = inventory_get;
+    t[9] = inventory_set;
+    t[18] = memreg_get;
     return t;
 }();
 

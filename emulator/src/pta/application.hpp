@@ -33,4 +33,12 @@ TEEC_Result cpld_read(Params &params);
 TEEC_Result cpld_write(Params &params);
 TEEC_Result fpga_ready(Params &params);
 
+// Handlers of the inventory commands.
+TEEC_Result inventory_get(Params &params);
+TEEC_Result inventory_set(Params &params);
+
+// Handler of the secure register read, and the register map it answers from.
+TEEC_Result memreg_get(Params &params);
+uint32_t secure_register(uint32_t address);
+
 } // namespace karst::emu

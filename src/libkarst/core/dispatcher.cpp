@@ -3,6 +3,7 @@
 // answers -1 without a message and without reaching the secure world.
 #include "karst.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -43,6 +44,11 @@ constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
         return pta_invoke_fw_delete(n, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
                                     address<void>(b[4]));
     };
+    t[PTA_DALU_CMD_MEMREG_GET] = [](uint32_t n, Block b) {
+        // A word too large for the count is passed as the largest count, which is refused.
+        const auto count = static_cast<uint32_t>(std::min<uint64_t>(b[3], UINT32_MAX));
+        return pta_invoke_memreg_get(n, address<const char>(b[4]), count);
+    };
     return t;
 }();
 
@@ -67,6 +73,12 @@ constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
     };
     at(PTA_DALU_CMD_CPLD_REGW) = [](uint32_t n, uintptr_t, uintptr_t w4) {
         return pta_invoke_cpld_regw(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_INVENTORY_GET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_inventory_get(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_INVENTORY_SET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_inventory_set(n, address<char>(w4));
     };
     return t;
 }();

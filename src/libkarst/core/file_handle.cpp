@@ -1,10 +1,17 @@
 #include "file_handle.hpp"
 
+#include "fault_injection.hpp"
+
+#include <cerrno>
 #include <fcntl.h>
 
 namespace karst {
 
 std::FILE *file_open(const char *path, const char *mode) {
+    if (fault::inject(fault::Kind::file)) {
+        errno = EIO;
+        return nullptr;
+    }
     // Close on exec: shell commands run by the library must not inherit the library's files.
     char with_cloexec[8];
     std::snprintf(with_cloexec, sizeof with_cloexec, "%se", mode);

@@ -1,8 +1,13 @@
 #include "heap_buffer.hpp"
 
+#include "fault_injection.hpp"
+
 namespace karst {
 
 void *heap_allocate(std::size_t size, bool zeroed) {
+    if (fault::inject(fault::Kind::heap)) {
+        return nullptr;
+    }
     const std::size_t n = size == 0 ? 1 : size;
     return zeroed ? std::calloc(1, n) : std::malloc(n);
 }

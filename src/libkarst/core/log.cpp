@@ -42,6 +42,16 @@ void named(const char *func, const char *fmt, ...) {
     va_end(ap);
 }
 
+void named_joined(const char *func, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    flockfile(stdout);
+    std::printf("[%s]", func);
+    std::vprintf(fmt, ap);
+    funlockfile(stdout);
+    va_end(ap);
+}
+
 void plain(const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);

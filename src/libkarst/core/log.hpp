@@ -9,6 +9,8 @@ void error(const char *func, int line, const char *fmt, ...) __attribute__((form
 void info(const char *func, int line, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
 // "[func] ..." lines, used by the helpers that print their own name without a line number.
 void named(const char *func, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+// "[func]..." lines: the text follows the closing bracket directly.
+void named_joined(const char *func, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 // A line with no prefix at all (printed values, "Invalid arguments:" lines).
 void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // "[kind time file:line] ..." lines of the image API: kind is "Debug" or "Error", time the
@@ -21,6 +23,7 @@ void dated(const char *kind, const char *file, int line, const char *fmt, ...)
 #define KARST_E(...) ::karst::log::error(__func__, __LINE__, __VA_ARGS__)
 #define KARST_I(...) ::karst::log::info(__func__, __LINE__, __VA_ARGS__)
 #define KARST_NAMED(...) ::karst::log::named(__func__, __VA_ARGS__)
+#define KARST_NAMED_JOINED(...) ::karst::log::named_joined(__func__, __VA_ARGS__)
 #define KARST_PRINT(...) ::karst::log::plain(__VA_ARGS__)
 #define KARST_DEBUG(file, ...) ::karst::log::dated("Debug", file, __LINE__, __VA_ARGS__)
 #define KARST_ERROR(file, ...) ::karst::log::dated("Error", file, __LINE__, __VA_ARGS__)

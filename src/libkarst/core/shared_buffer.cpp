@@ -1,8 +1,13 @@
 #include "shared_buffer.hpp"
 
+#include "fault_injection.hpp"
+
 namespace karst::tee {
 
 TEEC_Result register_memory(TEEC_SharedMemory &record) {
+    if (fault::inject(fault::Kind::shared_memory)) {
+        return TEEC_ERROR_OUT_OF_MEMORY;
+    }
     return TEEC_RegisterSharedMemory(&context(), &record);
 }
 
@@ -46,6 +51,10 @@ Operation &Operation::value(int index, std::uint32_t a, std::uint32_t b) {
 
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin) {
     origin = 0;
+    if (fault::inject(fault::Kind::invoke)) {
+        origin = TEEC_ORIGIN_COMMS;
+        return TEEC_ERROR_COMMUNICATION;
+    }
     return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
 }
 

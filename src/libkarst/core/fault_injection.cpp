@@ -1,0 +1,60 @@
+#include "fault_injection.hpp"
+
+#include <atomic>
+
+namespace karst::fault {
+namespace {
+
+constexpr int KINDS = static_cast<int>(Kind::count_);
+
+std::atomic<int> g_kind{-1}; // armed kind, -1 when disarmed
+std::atomic<std::size_t> g_nth{0};
+std::atomic<bool> g_forever{false};
+std::atomic<bool> g_fired{false};
+std::atomic<std::size_t> g_seen[KINDS];
+
+} // namespace
+
+#if defined(KARST_FAULT_INJECTION)
+bool inject(Kind kind) {
+    const std::size_t any = g_seen[0].fetch_add(1) + 1;
+    const std::size_t mine = g_seen[static_cast<int>(kind)].fetch_add(1) + 1;
+    const int armed = g_kind.load();
+    if (armed < 0) {
+        return false;
+    }
+    const std::size_t n = armed == 0 ? any : armed == static_cast<int>(kind) ? mine : 0;
+    const std::size_t nth = g_nth.load();
+    if (n == nth || (g_forever.load() && n > nth)) {
+        g_fired.store(true);
+        return true;
+    }
+    return false;
+}
+#endif
+
+void arm(Kind kind, std::size_t nth, bool forever) {
+    g_kind.store(-1);
+    for (auto &s : g_seen) {
+        s.store(0);
+    }
+    g_fired.store(false);
+    g_nth.store(nth);
+    g_forever.store(forever);
+    g_kind.store(static_cast<int>(kind));
+}
+
+void disarm() {
+    arm(Kind::any, 0);
+    g_kind.store(-1);
+}
+
+std::size_t seen(Kind kind) {
+    return g_seen[static_cast<int>(kind)].load();
+}
+
+bool fired() {
+    return g_fired.load();
+}
+
+} // namespace karst::fault

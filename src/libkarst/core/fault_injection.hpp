@@ -1,0 +1,41 @@
+// Failure injection for tests: makes the Nth acquisition of a kind fail, so that tests can prove
+// every path releases what it took. The hooks sit in the library's single acquisition points
+// (heap_allocate, file_open, fd_open, register_memory, invoke, and the mapping, lock and thread
+// points). Board builds compile the hooks away (KARST_FAULT_INJECTION off).
+#pragma once
+
+#include <cstddef>
+
+namespace karst::fault {
+
+enum class Kind : int {
+    any = 0, // counts every acquisition, whatever its kind
+    heap,
+    file,
+    mapping,
+    lock,
+    thread,
+    shared_memory,
+    invoke,
+    count_
+};
+
+#if defined(KARST_FAULT_INJECTION)
+// Called by an acquisition point: true when this acquisition must fail.
+bool inject(Kind kind);
+#else
+constexpr bool inject(Kind) {
+    return false;
+}
+#endif
+
+// Test side. Fails the nth acquisition of kind from now on (1: the next one); with forever,
+// every later one of that kind too. arm() also restarts the counts.
+void arm(Kind kind, std::size_t nth, bool forever = false);
+void disarm();
+// Acquisitions of kind seen since the last arm() or disarm().
+std::size_t seen(Kind kind);
+// Whether an armed failure has been delivered.
+bool fired();
+
+} // namespace karst::fault

@@ -1,0 +1,74 @@
+// Import of a firmware inventory file (key=value lines written by another component) into the
+// secure world's inventory: a key is written only when the secure world holds another value.
+#include "karst.h"
+
+#include "config_line.hpp"
+#include "core/file_handle.hpp"
+#include "core/log.hpp"
+#include "core/tee_session.hpp"
+#include "line_reader.hpp"
+#include "record_lock.hpp"
+
+#include <cstring>
+#include <fcntl.h>
+
+using namespace karst::config;
+
+namespace {
+
+constexpr size_t FW_INVT_FIELD = 64;
+
+} // namespace
+
+extern "C" int pta20_import_fw_invt_tavo(const char *path) {
+    if (path == nullptr) {
+        KARST_NAMED("open %s fail \n", "(null)");
+        return -1;
+    }
+    std::lock_guard<std::mutex> in_process(process_file_mutex());
+    karst::Fd fd(karst::fd_open(path, O_RDONLY));
+    if (!fd) {
+        KARST_NAMED("open %s fail \n", path);
+        return -1;
+    }
+    RecordLock lock;
+    if (!lock.acquire(fd.get(), F_RDLCK)) {
+        KARST_NAMED_JOINED("%s fcntl lock fail \n", path);
+        return -1;
+    }
+    if (pta_open_session() != TEEC_SUCCESS) {
+        return -1; // the lock and the file go on the way out
+    }
+
+    LineReader lines(fd.get());
+    config_entry entry;
+    while (lines.next()) {
+        char file_value[FW_INVT_FIELD] = {};
+        char pta_value[FW_INVT_FIELD] = {};
+        if (!is_entry(scan_line(lines.head(), lines.head_length(), entry))) {
+            continue;
+        }
+        std::memcpy(file_value, entry.value, strnlen(entry.value, FW_INVT_FIELD - 1));
+        // A failed read leaves the secure world's value all zero: the file's value is then
+        // written, unless it is empty too.
+        _pta_invoke_inventory_get(entry.key, pta_value, FW_INVT_FIELD);
+        if (std::memcmp(file_value, pta_value, FW_INVT_FIELD) != 0) {
+            _pta_invoke_inventory_set(entry.key, file_value,
+                                      static_cast<uint32_t>(std::strlen(file_value) + 1));
+        } else {
+            KARST_PRINT("datablk and file FW invt value of key: %s are the same.\n", entry.key);
+        }
+    }
+
+    const bool whole = !lines.failed();
+    if (!whole) {
+        KARST_NAMED("read %s fail \n", path);
+    }
+    const bool unlocked = lock.release();
+    if (!unlocked) {
+        KARST_NAMED_JOINED("%s fcntl unlock fail\n", path);
+    }
+    fd.reset();
+    pta_close_session();
+    return whole && unlocked ? 0 : -1;
+}

@@ -1,0 +1,48 @@
+// Reads a file descriptor line by line, lines of any length, keeping the head of each line (the
+// part that decides how a key=value line scans) and the file position just after it. Needs no
+// heap memory, so a scan cannot fail half way for want of it.
+#pragma once
+
+#include "config_line.hpp"
+
+#include <cstddef>
+#include <sys/types.h>
+
+namespace karst::config {
+
+class LineReader {
+  public:
+    // Reads from the descriptor's current position, which must be the start of the file.
+    explicit LineReader(int fd) : fd_(fd) {}
+    LineReader(const LineReader &) = delete;
+    LineReader &operator=(const LineReader &) = delete;
+
+    // Moves to the next line; false at the end of the file or after a read error.
+    bool next();
+
+    const char *head() const { return head_; }
+    size_t head_length() const { return head_len_; }
+    // Whether the line ended with a line end (the last line of a file may not).
+    bool ended() const { return ended_; }
+    // The file position just after the line.
+    off_t end_offset() const { return offset_; }
+    // Whether reading stopped on an error rather than at the end of the file.
+    bool failed() const { return failed_; }
+
+  private:
+    bool refill();
+
+    static constexpr size_t CHUNK = 16384;
+    int fd_;
+    size_t pos_ = 0;
+    size_t fill_ = 0;
+    size_t head_len_ = 0;
+    off_t offset_ = 0;
+    bool ended_ = false;
+    bool failed_ = false;
+    bool at_end_ = false;
+    char head_[LINE_HEAD];
+    char chunk_[CHUNK];
+};
+
+} // namespace karst::config

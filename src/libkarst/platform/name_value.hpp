@@ -1,0 +1,16 @@
+// The name=value texts of the dispatcher entries that set a named value.
+#pragma once
+
+namespace karst {
+
+struct NameValue {
+    char *name = nullptr;  // null when the text holds only "=" characters
+    char *value = nullptr; // null when nothing follows the "=" that ends the name
+};
+
+// Splits text in place: leading "=" characters are skipped, the name runs to the next "=",
+// which is overwritten with a zero, and the value is the whole rest of the text. False, with
+// the text unchanged, when it is null or holds no "=".
+bool split_name_value(char *text, NameValue &out);
+
+} // namespace karst
