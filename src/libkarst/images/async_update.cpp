@@ -10,6 +10,7 @@
 
 #include "image_api.hpp"
 
+#include "core/fault_injection.hpp"
 #include "core/log.hpp"
 
 #include <algorithm>
@@ -62,7 +63,8 @@ extern "C" int pta20_img_update_async(img_update_ctx *ctx) {
         return -1;
     }
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, img_update_thread, ctx) != 0) {
+    if (fault::inject(fault::Kind::thread) ||
+        pthread_create(&thread, nullptr, img_update_thread, ctx) != 0) {
         KARST_ERROR(IMAGE_API_FILE, "create thread failed\n");
         state_of(ctx).store(IMG_UPD_IDLE);
         return -1;
