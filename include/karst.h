@@ -51,6 +51,7 @@ extern "C" {
 #define PTA_DALU_CMD_PROV_QUERY 22u
 #define PTA_DALU_CMD_BOARD_SN_GET 23u
 #define PTA_DALU_CMD_ATT_VALIDATE 24u
+#define PTA_DALU_CMD_FPGA_READY 25u
 #define PTA_DALU_CMD_RA_REFRESH 26u
 #define PTA_DALU_CMD_REPLACE_RA_CRT 27u
 #define PTA_DALU_CMD_AUTH_CERTS 30u
@@ -169,6 +170,143 @@ KARST_API int _pta_invoke_ubootenv_set(const char *name, const char *value);
 /* Dispatcher entries 4 and 5: text is a variable name, or name=value (split in place). */
 KARST_API int pta_invoke_ubootenv_get(uint32_t number, char *text);
 KARST_API int pta_invoke_ubootenv_set(uint32_t number, char *text);
+
+/* ---------------------------------------------------------------------------------------------
+ * CPLD registers. Dispatcher entries 6 and 7; the session must be open.
+ */
+
+/* Reads the register named by text (a number, "0x" for hexadecimal) and prints
+ * "Read CPLD Reg[RR] = VV". */
+KARST_API int pta_invoke_cpld_regr(uint32_t number, char *text);
+/* Writes register=value (text split in place at the "="); both cut to 8 bits. */
+KARST_API int pta_invoke_cpld_regw(uint32_t number, char *text);
+
+/* ---------------------------------------------------------------------------------------------
+ * Firmware images.
+ *
+ * An image word (img_id) names a device's image type (bits 15..8) and a slot (bits 7..0); the
+ * flags word (img_flags) says where the image bytes come from (bits 2..0) and asks for backup
+ * and evidence dumps before an update. Both travel to the secure world unchanged.
+ */
+#define IMG_TYPE_BMC 0u
+#define IMG_TYPE_BIOS 1u
+#define IMG_TYPE_CPLD 2u
+#define IMG_TYPE_BPNCPLD 3u
+#define IMG_TYPE_NVFPGA 9u
+#define IMG_TYPE_NVBIOS 12u
+#define IMG_TYPE_SCMFPGA 21u
+#define IMG_TYPE_PDBFPGA 22u
+#define IMG_TYPE_EROTMCU 23u
+#define IMG_TYPE_COUNT 24u
+
+#define IMG_IDX_ACTIVE 0u
+#define IMG_IDX_STAGING 1u
+#define IMG_IDX_BACKUP 2u
+#define IMG_IDX_GOLDEN 3u
+#define IMG_IDX_EVIDENCE 4u
+#define IMG_IDX_BACKUP_ST 6u
+#define IMG_IDX_GOLDEN_ST 7u
+#define IMG_IDX_COUNT 15u
+
+/* The image word of a type and a slot. */
+#define IMG_ID(type, index) ((((uint32_t)(type)&0xFFu) << 8) | ((uint32_t)(index)&0xFFu))
+
+/* Source of the image bytes (img_flags bits 2..0). */
+#define IMG_SRC_TABLE 0u    /* the slot's own file or eMMC region */
+#define IMG_SRC_BUFFER 1u   /* the caller's buffer (arg) */
+#define IMG_SRC_FILE 2u     /* the caller's file (arg, a path) */
+#define IMG_SRC_EXTENDED 3u /* a copy of the slot's file, cut or padded to 32 MiB */
+#define IMG_SRC_MASK 7u
+#define IMG_FLAG_BACKUP 0x08u   /* before an update, dump the device into the backup slot */
+#define IMG_FLAG_EVIDENCE 0x10u /* before an update, dump the device into the evidence slot */
+
+/* Slot kinds of the image table. */
+#define IMG_KIND_MMC 3u  /* a region of /dev/mmcblk0p2 */
+#define IMG_KIND_FILE 4u /* a file under /nv1 */
+
+/* Authenticates an image; retried while the secure world answers busy (0xFFFFFFFE). */
+KARST_API int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size);
+/* Uploads an image; retried like pta20_img_auth. Returns 0, -1, or the secure world's result
+ * code (0xFFFFFFFE after ten busy answers). */
+KARST_API int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size);
+/* Dumps the device's image into the slot's file (source 0) or the file arg (source 2). The
+ * active BMC image (img_id 0) is copied from the eMMC to /tmp/fw_image instead. */
+KARST_API int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size);
+/* Deletes a stored staging (slot 1) or backup (slot 2) copy. */
+KARST_API int pta20_img_delete(uint32_t img_id, uint32_t img_flags);
+/* Updates the device from the image, after the backup and evidence dumps that img_flags asks
+ * for. 0 only when the update and every dump succeeded. */
+KARST_API int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size);
+
+/* Image command routines, reached through the dispatcher (numbers 0 to 3, 10, 31 to 33) inside
+ * an open session. Upload, update and dump return the secure world's result code when the
+ * command fails there; the others return -1. */
+KARST_API int pta_invoke_fw_auth(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                 uint32_t size);
+KARST_API int pta_invoke_fw_upload(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                   uint32_t size);
+KARST_API int pta_invoke_fw_update(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                   uint32_t size);
+KARST_API int pta_invoke_fw_dump(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                 uint32_t size);
+KARST_API int pta_invoke_fw_delete(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg);
+KARST_API int pta_invoke_fw_auth_dblk(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                      uint32_t size);
+
+/* Asynchronous update. The caller owns the context and keeps it in place until state has left
+ * IMG_UPD_QUEUED and IMG_UPD_RUNNING; the update thread writes state, the caller's polls write
+ * progress. */
+#define IMG_UPD_IDLE 0    /* nothing running, or the last update succeeded */
+#define IMG_UPD_QUEUED 1  /* thread created, not yet running */
+#define IMG_UPD_RUNNING 2 /* the update runs; -1 after a failed update */
+
+typedef struct img_update_ctx {
+    int32_t state;    /* IMG_UPD_*, or -1 after a failed update */
+    uint32_t img;     /* image word */
+    uint32_t flags;   /* flags word */
+    void *arg;        /* buffer or path, as for pta20_img_update */
+    int32_t progress; /* last reported percentage, 0 to 98 */
+    uint32_t size;    /* image length, as for pta20_img_update */
+} img_update_ctx;
+
+/* Starts pta20_img_update on a detached thread. Only types with a progress file (BIOS, CPLD,
+ * NVFPGA, NVBIOS, EROTMCU) and a context in state 0 can start. */
+KARST_API int pta20_img_update_async(img_update_ctx *ctx);
+/* Polls the progress file; returns ctx->progress (never above 98, never backwards while the
+ * update runs; 0 after a failed update). */
+KARST_API int pta20_img_updprogress(img_update_ctx *ctx);
+/* Mode 1: removes the type's progress file (0). Other modes: the percentage read from it.
+ * -1 for a type without a progress file or a file that cannot be read. */
+KARST_API int pta20_img_updmsg(uint32_t img_id, uint32_t mode);
+
+/* Signature table of a signed image. */
+#define SIGTBL_VERSION 0x5300u
+#define SIGTBL_MAX_ENTRIES 16
+#define SIGTBL_MAX_BYTES 408
+
+typedef struct sig_block {
+    uint32_t address;
+    uint32_t size; /* bytes */
+    uint8_t flag;  /* 1: another block follows */
+} sig_block;
+
+typedef struct sig_entry {
+    uint32_t offset;
+    uint32_t boot_id_offset;
+    uint8_t flag; /* 1: another signature follows */
+} sig_entry;
+
+/* Decodes and prints the table (big-endian words, at most 408 bytes, 4-byte aligned) into the
+ * caller's 16 blocks and 16 signatures. -1 when the version is not 0x5300. */
+KARST_API int dalu_parse_sigtbl(const uint32_t *table, sig_block *blocks, sig_entry *sigs);
+
+/* Tells the secure world that the FPGA is ready (command 25, no parameters). */
+KARST_API int pta20_fpga_ready(void);
+/* Body of pta20_fpga_ready; the session must be open. Returns 0 or the TEE result code. */
+KARST_API int pta_invoke_fpga_ready(uint32_t cmd);
+/* Switches the BIOS flash to 4-byte (enable non-zero) or 3-byte addressing through a CPLD
+ * register write. */
+KARST_API int pta20_bios_set4Byte(uint32_t enable);
 
 /* ---------------------------------------------------------------------------------------------
  * Inventory: named values kept by the secure world, cached in the inventory file.

@@ -10,13 +10,14 @@ scripts/deps.sh libssl-dev zlib1g-dev openssl
 >>>>>>> main
 cmake -S . -B build/demo -G Ninja -DKARST_TEE=emulator -DCMAKE_BUILD_TYPE=Release \
       -DKARST_BUILD_TESTS=OFF >/dev/null
-cmake --build build/demo --target karst_demo otp >/dev/null
+cmake --build build/demo --target karst_demo otp karst-emu-setup >/dev/null
 
 demo=build/demo/tools/karst_demo
 otp=build/demo/tools/otp
 export KARST_ROOT
 KARST_ROOT=$(mktemp -d /tmp/karst-demo-XXXXXX)
 trap 'rm -rf "$KARST_ROOT"' EXIT
+build/demo/emulator/karst-emu-setup "$KARST_ROOT"
 mkdir -p "$KARST_ROOT/tmp" "$KARST_ROOT/nv1" # the board's working and persistent folders
 
 step() { printf '\n== %s\n' "$*"; }
@@ -32,6 +33,27 @@ step "A second process reads it back"
 echo "\$ karst_demo env-get bootcmd"
 "$demo" env-get bootcmd
 
+step "Firmware: a 64 MiB BIOS image arrives in its staging slot and is uploaded"
+staging="$KARST_ROOT/nv1/bios_staging.bin"
+{
+    printf '\123\000\000\001karst demo BIOS image'  # a signature table version word first
+    head -c $((64 * 1024 * 1024 - 25)) /dev/zero | tr '\0' '\377'
+} > "$staging"
+echo "\$ karst_demo img-upload"
+"$demo" img-upload
+
+step "Update the BIOS on a background thread: backup and evidence dumps first, then the update"
+echo "\$ karst_demo img-update"
+"$demo" img-update
+ls -l "$KARST_ROOT/nv1/bios_backup.bin" "$KARST_ROOT/nv1/bios_evidence.bin" | sed 's/^/  /'
+
+step "Dump the active BMC image from the eMMC"
+echo "\$ karst_demo img-dump-bmc"
+"$demo" img-dump-bmc 2>/dev/null
+ls -l "$KARST_ROOT/tmp/fw_image" | sed 's/^/  /'
+printf '  first bytes: '
+head -c 31 "$KARST_ROOT/tmp/fw_image" | tr -c '[:print:]' '.'
+echo
 inventory="$KARST_ROOT/tmp/inventory.txt"
 
 step "Inventory: values go to the secure world and to the inventory file"

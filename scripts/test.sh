@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; a short run of every fuzz target; and the 32-bit ARM build,
-# run under qemu-arm.
+# with leaks counted as failures; the threaded tests under ThreadSanitizer; each fuzz target for
+# 20 seconds; and the 32-bit ARM build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,13 +9,20 @@ scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev libbenchmark-dev clan
     g++-arm-linux-gnueabihf qemu-user googletest
 jobs=$(nproc)
 
+# run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
 run_suite() {
     local name=$1
     shift
+    local configure=() select=()
+    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
+        configure+=("$1")
+        shift
+    done
+    [ $# -gt 0 ] && shift && select=("$@")
     echo "==== $name"
-    cmake -S . -B "build/$name" -G Ninja -DKARST_TEE=emulator "$@" >/dev/null
+    cmake -S . -B "build/$name" -G Ninja -DKARST_TEE=emulator "${configure[@]}" >/dev/null
     cmake --build "build/$name" -j "$jobs"
-    ctest --test-dir "build/$name" -j "$jobs" --output-on-failure --timeout 300
+    ctest --test-dir "build/$name" -j "$jobs" --output-on-failure --timeout 300 "${select[@]}"
 }
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
@@ -25,10 +32,16 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run_suite asan -DCMAKE_BUILD_TYPE=Debug -DKARST_SANITIZE=ON
 
+unset ASAN_OPTIONS UBSAN_OPTIONS
+# The tests that run threads (label "threads"), under ThreadSanitizer.
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+run_suite tsan -DCMAKE_BUILD_TYPE=Debug -DKARST_TSAN=ON -- -L threads
+unset TSAN_OPTIONS
+
+# Each libFuzzer target, briefly (longer runs: scripts/fuzz.sh SECONDS).
 echo "==== fuzz"
 scripts/fuzz.sh 20
 
-unset ASAN_OPTIONS UBSAN_OPTIONS
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
 

@@ -21,6 +21,17 @@ int karst_c99_probe(void) {
     if (first == 0 || cmd_otp[OTP_COMMAND_COUNT - 1].name == 0) {
         return -1;
     }
+    {
+        /* The image types as C sees them. */
+        img_update_ctx ctx = {0};
+        sig_block blocks[SIGTBL_MAX_ENTRIES];
+        sig_entry sigs[SIGTBL_MAX_ENTRIES];
+        ctx.img = IMG_ID(IMG_TYPE_EROTMCU, IMG_IDX_STAGING);
+        if (ctx.img != 0x1701u || sizeof blocks[0].flag != 1 || sizeof sigs[0].flag != 1 ||
+            pta20_img_updprogress(&ctx) != 0) {
+            return -1;
+        }
+    }
     return (int)block[3] + (int)PTA_DALU_CMD_GET_CERTIFICATE + pta_invoke_test_cmd(0, 0) +
            pta20_datablk_get_info(blk, DATABLK_INFO_USED_LEN);
 }

@@ -93,7 +93,8 @@ KARST_EMU_API void karst_emu_answer(uint32_t command, uint32_t param, const void
 KARST_EMU_API size_t karst_emu_ra_issue(const uint8_t *cert, size_t cert_len, uint8_t *out,
                                         size_t out_len);
 
-/* Clears scripts, counters, answers and the journal (not the application's stored state). */
+/* Clears scripts, counters, answers and the journal, and restores the programming rate (not the
+ * application's stored state). */
 KARST_EMU_API void karst_emu_reset(void);
 
 /* Copies size bytes of the board's OTP user area from offset into out (bytes never programmed
@@ -103,9 +104,20 @@ KARST_EMU_API int karst_emu_otp_user_read(uint32_t offset, uint8_t *out, size_t 
 /* Checks RA data as the application issues it (66,560 bytes: the data, then the signature
  * region) the way an RA refresh does. Returns 0, or 0xFFFF3074 when it would be rejected. */
 KARST_EMU_API uint32_t karst_emu_ra_check(const uint8_t *result, size_t size);
+/* Bytes per second at which the application programs a device during an image update (0: at
+ * once). The default, 32 MiB/s, makes a 64 MiB update take two seconds; a process can set it with
+ * KARST_EMU_PROGRAM_RATE. karst_emu_reset restores the default. */
+KARST_EMU_API void karst_emu_program_rate(uint64_t bytes_per_second);
+
+/* The application's record of an uploaded copy of a slot (image word's type and slot): its
+ * length and digest. Returns 0, or -1 when the slot holds no copy. */
+KARST_EMU_API int karst_emu_image_copy(uint32_t img_id, uint64_t *size, uint64_t *digest);
+/* The digest the application records for an image's bytes. */
+KARST_EMU_API uint64_t karst_emu_image_digest(const void *data, size_t size);
 
 /* Creates the run root's directory tree (nv1, tmp, etc/defaults, dev, usr/bin and the
- * emulator's state directory) under root. Returns 0 or -1. */
+ * emulator's state directory) under root, and the eMMC: the sparse files dev/mmcblk0 (128 MiB)
+ * and dev/mmcblk0p2 (136 MiB), when missing. Returns 0 or -1. */
 KARST_EMU_API int karst_emu_setup(const char *root);
 
 #ifdef __cplusplus

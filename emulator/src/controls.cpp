@@ -1,6 +1,7 @@
 #include "controls.hpp"
 
 #include "answers.hpp"
+#include "pta/image_model.hpp"
 
 #include <cerrno>
 #include <cinttypes>
@@ -260,4 +261,5 @@ extern "C" void karst_emu_reset(void) {
         c = 0;
     }
     book().journal.clear();
+    reset_program_rate();
 }

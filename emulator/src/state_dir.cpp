@@ -1,5 +1,7 @@
 #include "state_dir.hpp"
 
+#include "emmc.hpp"
+
 #include "karst_emu.h"
 #include "reedata_tool_install.hpp"
 
@@ -55,5 +57,5 @@ extern "C" int karst_emu_setup(const char *root) {
     if (!karst::emu::install_reedata_tool(base)) {
         return -1;
     }
-    return 0;
+    return karst::emu::create_emmc(base) ? 0 : -1;
 }

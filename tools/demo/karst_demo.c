@@ -4,6 +4,11 @@
  *
  *   karst_demo env-set NAME VALUE   set a U-Boot variable
  *   karst_demo env-get NAME         read it back and print NAME=VALUE
+ *   karst_demo img-upload           upload the BIOS staging image
+ *   karst_demo img-update           update the BIOS from its staging image on a background
+ *                                   thread, with backup and evidence dumps first, and show the
+ *                                   progress until the update ends
+ *   karst_demo img-dump-bmc         dump the active BMC image to /tmp/fw_image
  *   karst_demo inv-set NAME VALUE   store an inventory value (secure world and inventory file)
  *   karst_demo inv-get NAME         read an inventory value and print NAME=VALUE
  *   karst_demo fw-import FILE       import a firmware inventory file of NAME=VALUE lines
@@ -21,11 +26,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
+#include <unistd.h>
 
 static int demo_usage(void) {
     fprintf(stderr, "usage: karst_demo env-set NAME VALUE | env-get NAME | inv-set NAME VALUE |"
                     " inv-get NAME | fw-import FILE | reg-get ADDR COUNT | att-dump NONCE |"
-                    " cert-get INDEX FILE | csr SUBJECT OUT | sign FILE | verify FILE SIG\n");
+                    " cert-get INDEX FILE | csr SUBJECT OUT | sign FILE | verify FILE SIG |"
+                    " img-upload | img-update | img-dump-bmc\n");
     return 2;
 }
 
@@ -98,6 +106,55 @@ static int verify(const char *file, const char *sig) {
     return rc == 0 ? 0 : 1;
 }
 
+static void pause_ms(long ms) {
+    struct timespec t;
+    t.tv_sec = ms / 1000;
+    t.tv_nsec = (ms % 1000) * 1000000L;
+    nanosleep(&t, NULL);
+}
+
+/* The progress as a bar on a terminal, as plain lines otherwise. */
+static void show_progress(int percent, int on_terminal) {
+    if (on_terminal) {
+        char bar[51];
+        int filled = percent / 2, i;
+        for (i = 0; i < 50; ++i) {
+            bar[i] = i < filled ? '#' : '.';
+        }
+        bar[50] = '\0';
+        printf("\r  [%s] %3d%%", bar, percent);
+    } else {
+        printf("  progress: %d%%\n", percent);
+    }
+    fflush(stdout);
+}
+
+static int image_update(void) {
+    img_update_ctx ctx;
+    int last = -1, on_terminal = isatty(STDOUT_FILENO);
+    memset(&ctx, 0, sizeof ctx);
+    ctx.img = IMG_ID(IMG_TYPE_BIOS, IMG_IDX_STAGING);
+    ctx.flags = IMG_SRC_TABLE | IMG_FLAG_BACKUP | IMG_FLAG_EVIDENCE;
+    if (pta20_img_update_async(&ctx) != 0) {
+        return 1;
+    }
+    /* The update thread writes ctx.state; its end shows there, not in the percentage. */
+    while (__atomic_load_n(&ctx.state, __ATOMIC_SEQ_CST) >= IMG_UPD_QUEUED) {
+        int p = pta20_img_updprogress(&ctx);
+        if (p != last) {
+            show_progress(p, on_terminal);
+            last = p;
+        }
+        pause_ms(100);
+    }
+    if (on_terminal) {
+        printf("\n");
+    }
+    printf("update %s (state %d, last progress %d%%)\n",
+           ctx.state == IMG_UPD_IDLE ? "succeeded" : "failed", (int)ctx.state, (int)ctx.progress);
+    return ctx.state == IMG_UPD_IDLE ? 0 : 1;
+}
+
 int main(int argc, char **argv) {
     if (argc == 4 && strcmp(argv[1], "env-set") == 0) {
         return pta20_ubootenv_set(argv[2], argv[3]) == 0 ? 0 : 1;
@@ -109,6 +166,17 @@ int main(int argc, char **argv) {
         }
         printf("%s=%s\n", argv[2], value);
         return 0;
+    }
+    if (argc == 2 && strcmp(argv[1], "img-upload") == 0) {
+        int rc = pta20_img_upload(IMG_ID(IMG_TYPE_BIOS, IMG_IDX_STAGING), IMG_SRC_TABLE, NULL, 0);
+        printf("upload: %d\n", rc);
+        return rc == 0 ? 0 : 1;
+    }
+    if (argc == 2 && strcmp(argv[1], "img-update") == 0) {
+        return image_update();
+    }
+    if (argc == 2 && strcmp(argv[1], "img-dump-bmc") == 0) {
+        return pta20_img_dump(IMG_ID(IMG_TYPE_BMC, IMG_IDX_ACTIVE), 0, NULL, 0) == 0 ? 0 : 1;
     }
     if (argc == 4 && strcmp(argv[1], "inv-set") == 0) {
         return pta20_inventory_set(argv[2], argv[3], (uint32_t)strlen(argv[3]) + 1) == 0 ? 0 : 1;

@@ -16,6 +16,15 @@ constexpr std::array<CommandHandler, COMMAND_COUNT> handlers = [] {
     std::array<CommandHandler, COMMAND_COUNT> t{};
     t[4] = ubootenv_get;
     t[5] = ubootenv_set;
+    t[0] = image_auth;
+    t[1] = image_upload;
+    t[2] = image_update;
+    t[3] = image_dump;
+    t[10] = image_delete;
+    t[31] = image_auth_dblk;
+    t[6] = cpld_read;
+    t[7] = cpld_write;
+    t[25] = fpga_ready;
     t[8] = inventory_get;
     t[9] = inventory_set;
     t[18] = memreg_get;

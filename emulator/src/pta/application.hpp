@@ -20,6 +20,19 @@ using CommandHandler = TEEC_Result (*)(Params &params);
 TEEC_Result ubootenv_get(Params &params);
 TEEC_Result ubootenv_set(Params &params);
 
+// Handlers of the image commands.
+TEEC_Result image_auth(Params &params);
+TEEC_Result image_upload(Params &params);
+TEEC_Result image_update(Params &params);
+TEEC_Result image_dump(Params &params);
+TEEC_Result image_delete(Params &params);
+TEEC_Result image_auth_dblk(Params &params);
+
+// Handlers of the CPLD registers and the FPGA-ready notice.
+TEEC_Result cpld_read(Params &params);
+TEEC_Result cpld_write(Params &params);
+TEEC_Result fpga_ready(Params &params);
+
 // Handlers of the inventory commands.
 TEEC_Result inventory_get(Params &params);
 TEEC_Result inventory_set(Params &params);

@@ -23,8 +23,27 @@ template <typename T> T *address(uintptr_t word) {
 using FirstLevelRoutine = int (*)(uint32_t number, Block block);
 constexpr uint32_t FIRST_LEVEL_LAST = 34;
 
+// The image commands take word 0 (image word), word 1 (flags), word 4 (buffer or path) and
+// word 3 (length).
+template <int (*routine)(uint32_t, uint32_t, uint32_t, void *, uint32_t)>
+int image_command(uint32_t number, Block b) {
+    return routine(number, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
+                   address<void>(b[4]), static_cast<uint32_t>(b[3]));
+}
+
 constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
     std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> t{};
+    t[PTA_DALU_CMD_FW_AUTH] = image_command<pta_invoke_fw_auth>;
+    t[PTA_DALU_CMD_FW_UPLOAD] = image_command<pta_invoke_fw_upload>;
+    t[PTA_DALU_CMD_FW_UPDATE] = image_command<pta_invoke_fw_update>;
+    t[PTA_DALU_CMD_FW_DUMP] = image_command<pta_invoke_fw_dump>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK] = image_command<pta_invoke_fw_auth_dblk>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK + 1] = image_command<pta_invoke_fw_auth_dblk>;
+    t[PTA_DALU_CMD_FW_AUTH_DBLK + 2] = image_command<pta_invoke_fw_auth_dblk>;
+    t[PTA_DALU_CMD_FW_DELETE] = [](uint32_t n, Block b) {
+        return pta_invoke_fw_delete(n, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
+                                    address<void>(b[4]));
+    };
     t[PTA_DALU_CMD_MEMREG_GET] = [](uint32_t n, Block b) {
         // A word too large for the count is passed as the largest count, which is refused.
         const auto count = static_cast<uint32_t>(std::min<uint64_t>(b[3], UINT32_MAX));
@@ -97,6 +116,12 @@ constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
     };
     at(PTA_DALU_CMD_UBOOTENV_SET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
         return pta_invoke_ubootenv_set(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_CPLD_REGR) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_cpld_regr(n, address<char>(w4));
+    };
+    at(PTA_DALU_CMD_CPLD_REGW) = [](uint32_t n, uintptr_t, uintptr_t w4) {
+        return pta_invoke_cpld_regw(n, address<char>(w4));
     };
     at(PTA_DALU_CMD_INVENTORY_GET) = [](uint32_t n, uintptr_t, uintptr_t w4) {
         return pta_invoke_inventory_get(n, address<char>(w4));

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 
 namespace karst::log {
 namespace {
@@ -55,6 +56,18 @@ void plain(const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
     std::vprintf(fmt, ap);
+    va_end(ap);
+}
+
+void dated(const char *kind, const char *file, int line, const char *fmt, ...) {
+    // time_t is 32 or 64 bits wide depending on the platform; the digits are the same.
+    const auto now = static_cast<unsigned long long>(std::time(nullptr));
+    va_list ap;
+    va_start(ap, fmt);
+    flockfile(stdout);
+    std::fprintf(stdout, "[%s %llx %s:%d] ", kind, now, file, line);
+    std::vfprintf(stdout, fmt, ap);
+    funlockfile(stdout);
     va_end(ap);
 }
 

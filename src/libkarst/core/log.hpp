@@ -13,6 +13,10 @@ void named(const char *func, const char *fmt, ...) __attribute__((format(printf,
 void named_joined(const char *func, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 // A line with no prefix at all (printed values, "Invalid arguments:" lines).
 void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// "[kind time file:line] ..." lines of the image API: kind is "Debug" or "Error", time the
+// current time in seconds (hexadecimal), file the base name of the API's source file.
+void dated(const char *kind, const char *file, int line, const char *fmt, ...)
+    __attribute__((format(printf, 4, 5)));
 
 } // namespace karst::log
 
@@ -25,3 +29,5 @@ void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // one body, each reporting under its own name).
 #define KARST_E_AS(func, ...) ::karst::log::error((func), __LINE__, __VA_ARGS__)
 #define KARST_I_AS(func, ...) ::karst::log::info((func), __LINE__, __VA_ARGS__)
+#define KARST_DEBUG(file, ...) ::karst::log::dated("Debug", file, __LINE__, __VA_ARGS__)
+#define KARST_ERROR(file, ...) ::karst::log::dated("Error", file, __LINE__, __VA_ARGS__)

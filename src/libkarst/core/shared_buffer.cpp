@@ -58,4 +58,9 @@ TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &o
     return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
 }
 
+TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin) {
+    origin = 0;
+    return TEEC_InvokeCommand(&session(), command, nullptr, &origin);
+}
+
 } // namespace karst::tee

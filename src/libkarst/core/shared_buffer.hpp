@@ -76,5 +76,7 @@ class Operation {
 
 // Invokes a command of the open session. origin receives the return origin.
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin);
+// Invokes a command that takes no operation at all (a null operation pointer).
+TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin);
 
 } // namespace karst::tee

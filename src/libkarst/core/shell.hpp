@@ -10,7 +10,9 @@
 
 namespace karst::shell {
 
-// One literal shell word: the text in single quotes, each ' written as '\''.
+// One literal shell word: the text as it is when it holds only characters that are never
+// special to the shell (letters, digits, "/._-+,:@"); otherwise in single quotes, each '
+// written as '\''.
 std::string quote(std::string_view text);
 
 // Runs the command line with /bin/sh through system(). Returns system()'s status; the library

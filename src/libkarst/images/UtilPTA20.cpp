@@ -1,0 +1,214 @@
+// The exported image API: authenticate, upload, dump, delete and update a firmware image, the
+// active BMC dump from the eMMC, and the progress file of an update. Each call checks the image
+// word, opens the session, hands the argument block to the dispatcher and closes the session.
+#include "karst.h"
+
+#include "image_api.hpp"
+#include "image_table.hpp"
+#include "progress_file.hpp"
+
+#include "core/log.hpp"
+#include "core/run_root.hpp"
+#include "core/session_scope.hpp"
+#include "core/shell.hpp"
+
+#include <string>
+#include <unistd.h>
+
+using namespace karst;
+using namespace karst::images;
+
+namespace {
+
+constexpr int IMG_RETRIES = 10;
+constexpr int PTA_BUSY = -2; // 0xFFFFFFFE: the secure world is busy with an image
+
+// Regions of "/dev/mmcblk0", in 512-byte blocks, that hold the active BMC image.
+struct mmc_region {
+    uint32_t reserved;
+    uint32_t start;
+    uint32_t count;
+};
+constexpr mmc_region mmc_regions[13] = {
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {0, 0x2000, 0x3180},  // 10: the first 0x630000 bytes, from byte 0x400000
+    {0, 0x6000, 0x1CE80}, // 11: the remaining 0x39D0000 bytes, from byte 0xC00000
+    {},
+};
+constexpr int MMC_BLOCK = 512;
+constexpr const char *MMC_DEVICE = "/dev/mmcblk0";
+constexpr const char *FW_IMAGE = "/tmp/fw_image";
+
+bool word_ok(uint32_t img_id) {
+    return img_type(img_id) < IMG_TYPE_COUNT && img_index(img_id) < IMG_IDX_COUNT;
+}
+
+uintptr_t word(const void *p) {
+    return reinterpret_cast<uintptr_t>(p);
+}
+
+// Runs an image command with the caller's words, again while the secure world answers busy.
+int retried(uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size,
+            int &retries_left) {
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
+    int rc = 0;
+    for (retries_left = IMG_RETRIES; retries_left >= 1; --retries_left) {
+        rc = pta_invoke_cmd(number, block);
+        if (rc != PTA_BUSY) {
+            break;
+        }
+    }
+    return rc;
+}
+
+bool fw_image_exists(const std::string &path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+// Copies the two eMMC regions of the active BMC image, one behind the other, into
+// /tmp/fw_image and makes it read-only. The file's existence is the test of success, so an
+// older dump is removed first.
+int bmc_active_dump() {
+    const std::string device = shell::quote(platform_path(MMC_DEVICE));
+    const std::string image_path = platform_path(FW_IMAGE);
+    const std::string image = shell::quote(image_path);
+    const mmc_region &first = mmc_regions[10];
+    const mmc_region &second = mmc_regions[11];
+
+    ::unlink(image_path.c_str());
+    shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
+               " skip=" + std::to_string(first.start) + " count=" + std::to_string(first.count));
+    shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
+               " skip=" + std::to_string(second.start) + " seek=" + std::to_string(first.count) +
+               " count=" + std::to_string(second.count));
+    if (!fw_image_exists(image_path)) {
+        KARST_ERROR(IMAGE_API_FILE, "BMC active FW failed to dump!\n");
+        return -1;
+    }
+    shell::run("chmod 444 " + image);
+    return 0;
+}
+
+} // namespace
+
+extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    int left = 0;
+    const int rc = retried(PTA_DALU_CMD_FW_AUTH, img_id, img_flags, arg, size, left);
+    KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_AUTH rc = %x; retry left %d:10\n",
+                static_cast<unsigned>(rc), left);
+    return rc == 0 ? 0 : -1;
+}
+
+extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    int left = 0;
+    const int rc = retried(PTA_DALU_CMD_FW_UPLOAD, img_id, img_flags, arg, size, left);
+    KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_UPLOAD rc = %x; retry left %d:10\n",
+                static_cast<unsigned>(rc), left);
+    return rc;
+}
+
+extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    if (img_type(img_id) == IMG_TYPE_BMC && img_index(img_id) == IMG_IDX_ACTIVE) {
+        if (bmc_active_dump() != 0) {
+            KARST_ERROR(IMAGE_API_FILE, "Failed to dump active BMC FW image!\n");
+            return -1;
+        }
+        return 0;
+    }
+    if (img_index(img_id) == IMG_IDX_GOLDEN && (img_flags & IMG_SRC_MASK) == IMG_SRC_TABLE) {
+        return -1;
+    }
+    tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
+    return pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 ? 0 : -1;
+}
+
+extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    if (img_index(img_id) != IMG_IDX_STAGING && img_index(img_id) != IMG_IDX_BACKUP) {
+        return -1;
+    }
+    tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, img_id, img_flags, 0, 0, 0, 0);
+    return pta_invoke_cmd(PTA_DALU_CMD_FW_DELETE, block) == 0 ? 0 : -1;
+}
+
+extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    const uint32_t base = img_type(img_id) << 8;
+    uintptr_t block[PTA20_ARGS_WORDS];
+    bool dumps_ok = true;
+    // The device's current image goes into the backup and evidence slots' own files first.
+    if (img_flags & IMG_FLAG_BACKUP) {
+        pta20_args(block, base | IMG_IDX_BACKUP, IMG_SRC_TABLE, 0, 0, size, 0);
+        dumps_ok = pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 && dumps_ok;
+    }
+    if (img_flags & IMG_FLAG_EVIDENCE) {
+        pta20_args(block, base | IMG_IDX_EVIDENCE, IMG_SRC_TABLE, 0, 0, size, 0);
+        dumps_ok = pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 && dumps_ok;
+    }
+    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
+    const int rc = pta_invoke_cmd(PTA_DALU_CMD_FW_UPDATE, block);
+    return rc == 0 && dumps_ok ? 0 : -1;
+}
+
+extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    const std::string board_path = progress_path(img_type(img_id));
+    if (board_path.empty()) {
+        return -1;
+    }
+    const std::string path = platform_path(board_path);
+    if (mode == 1) {
+        const std::string command = "rm -f " + shell::quote(path);
+        shell::run(command);
+        KARST_DEBUG(IMAGE_API_FILE, "cmd: %s\n", command.c_str());
+        return 0;
+    }
+    return read_progress(path);
+}

@@ -1,0 +1,58 @@
+// Image commands that send an image to the secure world: authenticate (0), upload (1) and
+// update (2). The image is mapped, not read: the mapping itself is registered as shared memory.
+#include "karst.h"
+
+#include "image_map.hpp"
+#include "image_table.hpp"
+
+#include "core/log.hpp"
+#include "core/shared_buffer.hpp"
+
+namespace {
+
+using namespace karst;
+using namespace karst::images;
+
+// One procedure for the three commands. func names the routine in messages; a failed invoke
+// gives -1, or the TEE result code when pass_code is set.
+int send_image(const char *func, uint32_t command, bool pass_code, uint32_t img_id,
+               uint32_t img_flags, void *arg, uint32_t size) {
+    if (img_type(img_id) >= IMG_TYPE_COUNT) {
+        return -1;
+    }
+    const MappedImage image = pta_mmap_img(img_id, img_flags, arg, &size);
+    if (!image) {
+        return -1;
+    }
+    tee::SharedRegion region; // released before the image goes
+    if (TEEC_Result res = region.share(image.data(), size, TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
+        log::error(func, __LINE__, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        return -1;
+    }
+    tee::Operation op;
+    op.value(0, img_id, img_flags).whole(1, region);
+    uint32_t origin = 0;
+    if (TEEC_Result res = tee::invoke(command, op, origin); res != TEEC_SUCCESS) {
+        log::error(func, __LINE__, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res,
+                   origin);
+        return pass_code ? static_cast<int>(res) : -1;
+    }
+    return 0;
+}
+
+} // namespace
+
+extern "C" int pta_invoke_fw_auth(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
+                                  uint32_t size) {
+    return send_image(__func__, PTA_DALU_CMD_FW_AUTH, false, img_id, img_flags, arg, size);
+}
+
+extern "C" int pta_invoke_fw_upload(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                    uint32_t size) {
+    return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
+}
+
+extern "C" int pta_invoke_fw_update(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
+                                    uint32_t size) {
+    return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
+}

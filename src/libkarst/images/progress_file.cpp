@@ -1,0 +1,50 @@
+#include "progress_file.hpp"
+
+#include "progress_line.hpp"
+
+#include "karst.h"
+
+#include "core/file_handle.hpp"
+
+#include <cstdio>
+
+namespace karst::images {
+
+const char *progress_name(uint32_t type) {
+    switch (type) {
+    case IMG_TYPE_BIOS:
+        return "BIOS";
+    case IMG_TYPE_CPLD:
+        return "CPLD";
+    case IMG_TYPE_NVFPGA:
+        return "NVFPGA";
+    case IMG_TYPE_NVBIOS:
+        return "NVC1BIOS";
+    case IMG_TYPE_EROTMCU:
+        return "NUVEROTMCU";
+    default:
+        return nullptr;
+    }
+}
+
+std::string progress_path(uint32_t type) {
+    const char *name = progress_name(type);
+    if (name == nullptr) {
+        return {};
+    }
+    return std::string("/tmp/fw-update-") + name + ".out";
+}
+
+int read_progress(const std::string &path) {
+    File file = File::open(path.c_str(), "r");
+    if (!file) {
+        return -1;
+    }
+    char line[128]; // the first line, at most 127 characters
+    if (std::fgets(line, sizeof line, file.get()) == nullptr) {
+        return -1;
+    }
+    return parse_progress_line(line);
+}
+
+} // namespace karst::images
