@@ -14,5 +14,7 @@ void add_cert(CLI::App &app);
 void add_cert_change(CLI::App &cert);
 void add_signing(CLI::App &app);
 void add_otp(CLI::App &app);
+void add_image(CLI::App &app);
+void add_board(CLI::App &app);
 
 } // namespace karstctl

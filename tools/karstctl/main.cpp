@@ -29,6 +29,8 @@ int main(int argc, char **argv) {
     karstctl::add_env(app);
     karstctl::add_inventory(app);
     karstctl::add_memreg(app);
+    karstctl::add_image(app);
+    karstctl::add_board(app);
     karstctl::add_attest(app);
     karstctl::add_cert(app);
     karstctl::add_signing(app);
