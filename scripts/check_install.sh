@@ -15,6 +15,8 @@ test -f "$libdir/libkarst.a"
 test -f "$libdir/karst-emulator/libteec.so.1"
 readelf -d "$libdir/libkarst.so.1" | grep -q 'SONAME.*libkarst\.so\.1'
 readelf -d "$libdir/libkarst.so.1" | grep -q 'NEEDED.*libteec\.so\.1'
+test -f "$prefix/share/man/man1/karstctl.1"
+KARST_ROOT="$prefix/root" "$prefix/bin/karstctl" --version | grep -q '^karstctl '
 
 cat > "$prefix/user.c" <<'C'
 #include <karst.h>
