@@ -1,141 +1,128 @@
 #!/usr/bin/env bash
-# The demo: the library against the secure-world emulator, in a fresh run root.
+# The demo: a tour of karstctl against the secure-world emulator, in a fresh run root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-<<<<<<< HEAD
-scripts/deps.sh libssl-dev openssl libcli11-dev
-=======
-scripts/deps.sh libssl-dev zlib1g-dev openssl
->>>>>>> main
+scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev
 cmake -S . -B build/demo -G Ninja -DKARST_TEE=emulator -DCMAKE_BUILD_TYPE=Release \
       -DKARST_BUILD_TESTS=OFF >/dev/null
-cmake --build build/demo --target karst_demo otp karst-emu-setup >/dev/null
+cmake --build build/demo --target karstctl karst-emu-setup >/dev/null
 
-demo=build/demo/tools/karst_demo
-otp=build/demo/tools/otp
+PATH="$PWD/build/demo/tools/karstctl:$PATH"
 export KARST_ROOT
 KARST_ROOT=$(mktemp -d /tmp/karst-demo-XXXXXX)
 trap 'rm -rf "$KARST_ROOT"' EXIT
 build/demo/emulator/karst-emu-setup "$KARST_ROOT"
 mkdir -p "$KARST_ROOT/tmp" "$KARST_ROOT/nv1" # the board's working and persistent folders
+work=$KARST_ROOT/tmp
+started=$SECONDS
+summary=()
 
 step() { printf '\n== %s\n' "$*"; }
+# Shows a command, then runs it.
+run() {
+    printf '$ %s\n' "$*"
+    "$@"
+}
+done_step() { summary+=("$*"); }
 
-echo "karst demo: run root $KARST_ROOT (the board's /nv1, /tmp, ... live under it)"
+echo "karst demo: karstctl against the emulator; run root $KARST_ROOT"
+echo "(the board's /nv1, /tmp, /dev live under it; 'karstctl --help' lists every command)"
 
-step "U-Boot environment: one process sets a variable in the secure world"
+step "U-Boot environment: one process sets a variable, the next reads it back"
 value="bootm 0x20080000 - 0x83000000 # set $(date -u +%FT%TZ)"
-echo "\$ karst_demo env-set bootcmd '$value'"
-"$demo" env-set bootcmd "$value"
+run karstctl env set bootcmd "$value"
+run karstctl env get bootcmd
+done_step "U-Boot environment: bootcmd set and read back"
 
-step "A second process reads it back"
-echo "\$ karst_demo env-get bootcmd"
-"$demo" env-get bootcmd
+step "Inventory: values go to the secure world and the inventory file"
+run karstctl inventory set BMC_VERSION 2.10.1
+run karstctl inventory set BIOS_VERSION 'Rev 1.2a'
+echo "(a BIOS version written as 'Rev' is read back as 'Ver', and corrected everywhere)"
+run karstctl inventory get BIOS_VERSION
+echo "--- $work/inventory.txt:"
+cat "$work/inventory.txt"
+legacy="$KARST_ROOT/nv1/fw_inventory_legacy.txt"
+printf '%s\n' 'BIOS_VERSION=Ver 1.2a' 'CPLD_VERSION=0x0C' >"$legacy"
+echo "(a legacy firmware inventory file: BIOS_VERSION is held already, CPLD_VERSION is not)"
+run karstctl inventory import "$legacy"
+run karstctl inventory get CPLD_VERSION
+done_step "Inventory: BIOS_VERSION corrected to '$(karstctl inventory get BIOS_VERSION | tail -n 1)', CPLD_VERSION imported"
+
+step "Secure registers"
+run karstctl memreg 1e6e2070 3
+done_step "Secure registers: 3 read"
 
 step "Firmware: a 64 MiB BIOS image arrives in its staging slot and is uploaded"
 staging="$KARST_ROOT/nv1/bios_staging.bin"
 {
-    printf '\123\000\000\001karst demo BIOS image'  # a signature table version word first
+    printf '\123\000\000\001karst demo BIOS image' # a signature table version word first
     head -c $((64 * 1024 * 1024 - 25)) /dev/zero | tr '\0' '\377'
-} > "$staging"
-echo "\$ karst_demo img-upload"
-"$demo" img-upload
+} >"$staging"
+run karstctl sigtbl "$staging" >"$work/sigtbl.txt"
+head -n 3 "$work/sigtbl.txt"
+run karstctl image auth bios staging
+run karstctl image upload bios staging
 
-step "Update the BIOS on a background thread: backup and evidence dumps first, then the update"
-echo "\$ karst_demo img-update"
-"$demo" img-update
+step "Update the BIOS asynchronously: backup and evidence dumps first, then the programming"
+run karstctl image update bios staging --backup --evidence --async
 ls -l "$KARST_ROOT/nv1/bios_backup.bin" "$KARST_ROOT/nv1/bios_evidence.bin" | sed 's/^/  /'
+done_step "Firmware: 64 MiB BIOS image authenticated, uploaded and programmed (with backup and evidence)"
 
 step "Dump the active BMC image from the eMMC"
-echo "\$ karst_demo img-dump-bmc"
-"$demo" img-dump-bmc 2>/dev/null
-ls -l "$KARST_ROOT/tmp/fw_image" | sed 's/^/  /'
-printf '  first bytes: '
-head -c 31 "$KARST_ROOT/tmp/fw_image" | tr -c '[:print:]' '.'
+run karstctl image dump bmc active -o "$work/bmc.bin" 2>/dev/null
+printf '  %s bytes, first bytes: ' "$(stat -c %s "$work/bmc.bin")"
+head -c 31 "$work/bmc.bin" | tr -c '[:print:]' '.'
 echo
-inventory="$KARST_ROOT/tmp/inventory.txt"
+done_step "Active BMC image dumped ($(stat -c %s "$work/bmc.bin") bytes)"
 
-step "Inventory: values go to the secure world and to the inventory file"
-echo "\$ karst_demo inv-set BMC_VERSION 2.10.0   (the first write only creates the file)"
-"$demo" inv-set BMC_VERSION 2.10.0
-echo "\$ karst_demo inv-set BMC_VERSION 2.10.1"
-"$demo" inv-set BMC_VERSION 2.10.1
-echo "\$ karst_demo inv-get BMC_VERSION"
-"$demo" inv-get BMC_VERSION
-echo "--- inventory file:"
-cat "$inventory"
-
-step "A BIOS version written as 'Rev' is read back as 'Ver', and corrected everywhere"
-echo "\$ karst_demo inv-set BIOS_VERSION 'Rev 1.2a'"
-"$demo" inv-set BIOS_VERSION 'Rev 1.2a'
-echo "\$ karst_demo inv-get BIOS_VERSION"
-"$demo" inv-get BIOS_VERSION
-echo "--- inventory file:"
-cat "$inventory"
-
-step "Firmware inventory import from a legacy file"
-legacy="$KARST_ROOT/nv1/fw_inventory_legacy.txt"
-printf '%s\n' 'BIOS_VERSION=Ver 1.2a' 'CPLD_VERSION=0x0C' 'BMC_VERSION=2.11.0' '=comment line' \
-    >"$legacy"
-echo "--- $legacy:"
-cat "$legacy"
-echo "(BIOS_VERSION is already held; CPLD_VERSION is not, so its read fails and it is written)"
-echo "\$ karst_demo fw-import $legacy"
-"$demo" fw-import "$legacy"
-echo "\$ karst_demo inv-get CPLD_VERSION"
-"$demo" inv-get CPLD_VERSION
-echo "\$ karst_demo inv-get BMC_VERSION"
-"$demo" inv-get BMC_VERSION
-
-step "Secure registers"
-echo "\$ karst_demo reg-get 1e6e2070 3"
-"$demo" reg-get 1e6e2070 3
 step "Attestation dump: the secure world signs the evidence gathered for a nonce"
-# The board's REE data tool, as the emulator's stand-in (it archives a few facts with the nonce).
-install -D -m 0755 emulator/tools/reedata_tool.sh "$KARST_ROOT/usr/bin/reedata_tool.sh"
-mkdir -p "$KARST_ROOT/tmp"
+spdm=$KARST_ROOT/tmp/spdm/aoc/boot_run
+mkdir -p "$spdm/spdm_saved_cert_chains" "$spdm/spdm_saved_measurements_bins/gpu0" \
+    "$KARST_ROOT/etc/defaults"
+echo "(SPDM evidence a device left behind: a certificate chain, a measurement, a root CA)"
+head -c 1400 /dev/urandom >"$spdm/spdm_saved_cert_chains/gpu0.der"
+head -c 200 /dev/urandom >"$spdm/spdm_saved_measurements_bins/gpu0/boot.bin"
+head -c 900 /dev/urandom >"$KARST_ROOT/etc/defaults/spdm_dalu_rootCA.der"
 nonce=demo-$(date -u +%H%M%S)
-echo "\$ karst_demo att-dump $nonce"
-"$demo" att-dump "$nonce" | tee "$KARST_ROOT/tmp/att-dump.out"
-result=$(tail -n 1 "$KARST_ROOT/tmp/att-dump.out")
-ls -l "$result"
+run karstctl attest dump "$nonce" -o "$work/attestation.bin"
 echo "The statement the device key signed (bytes 65,536 to 65,791 of the result):"
-dd if="$result" bs=1 skip=65536 count=256 status=none | tr -d '\000'
+dd if="$work/attestation.bin" bs=1 skip=65536 count=256 status=none | tr -d '\000'
+done_step "Attestation dump for nonce $nonce ($(stat -c %s "$work/attestation.bin") bytes)"
 
-step "The device's certificate chain, fetched certificate by certificate, read by openssl"
-for index in 4 2 1 0; do
-    "$demo" cert-get "$index" "$KARST_ROOT/tmp/cert$index.der"
-    echo "index $index:"
-    openssl x509 -inform DER -in "$KARST_ROOT/tmp/cert$index.der" -noout -subject -issuer \
-        | sed 's/^/    /'
+step "The device's certificate chain, read by openssl"
+for cert in root second third device; do
+    run karstctl cert get "$cert" -o "$work/$cert.der"
+    openssl x509 -inform DER -in "$work/$cert.der" -noout -subject -issuer | sed 's/^/    /'
 done
+cat "$work/second.der" "$work/third.der" >"$work/issuers.der"
+run karstctl cert auth "$work/device.der" "$work/issuers.der"
+done_step "Certificate chain: 4 certificates fetched, the device's checked by the secure world"
+
 step "CSR: the secure world makes a certificate signing request for its own key"
-mkdir -p "$KARST_ROOT/tmp"
-csr=$KARST_ROOT/tmp/bmc.csr
-echo "\$ karst_demo csr 'CN=bmc-demo,O=karst,C=US' $csr"
-"$demo" csr 'CN=bmc-demo,O=karst,C=US' "$csr"
-echo "\$ openssl req -inform DER -in $csr -noout -text -verify"
-openssl req -inform DER -in "$csr" -noout -text -verify
+run karstctl cert csr 'CN=bmc-demo,O=karst,C=US' -o "$work/bmc.csr"
+run openssl req -inform DER -in "$work/bmc.csr" -noout -subject -verify
+done_step "CSR made and verified by openssl"
 
 step "Sign a file in the secure world; verify it there and with openssl"
-data=$KARST_ROOT/tmp/measurements.txt
-echo "boot measurements $(date -u +%FT%TZ)" > "$data"
-echo "\$ karst_demo sign $data"
-"$demo" sign "$data"
-echo "\$ karst_demo verify $data $data.sig"
-"$demo" verify "$data" "$data.sig"
-openssl req -inform DER -in "$csr" -pubkey -noout > "$KARST_ROOT/tmp/device.pem" 2>/dev/null
-echo "\$ openssl dgst -sha256 -verify device.pem -signature $data.sig $data"
-openssl dgst -sha256 -verify "$KARST_ROOT/tmp/device.pem" -signature "$data.sig" "$data"
-echo "tampered" >> "$data"
+data=$work/measurements.txt
+echo "boot measurements $(date -u +%FT%TZ)" >"$data"
+run karstctl sign "$data"
+run karstctl verify "$data" "$data.sig"
+openssl req -inform DER -in "$work/bmc.csr" -pubkey -noout >"$work/device.pem" 2>/dev/null
+run openssl dgst -sha256 -verify "$work/device.pem" -signature "$data.sig" "$data"
+echo "tampered" >>"$data"
 echo "(the file is changed)"
-echo "\$ karst_demo verify $data $data.sig"
-"$demo" verify "$data" "$data.sig" || true
+run karstctl verify "$data" "$data.sig" || echo "(exit status $?)"
+done_step "Signature made, verified by the secure world and openssl, a tampered file rejected"
 
-step "Board serial number, read with the otp program"
-echo "\$ otp getsn"
-"$otp" getsn
+step "Board serial number"
+run karstctl otp getsn
+done_step "Board serial number: $(karstctl otp getsn)"
 
 echo
+echo "== Summary ($((SECONDS - started)) s)"
+for line in "${summary[@]}"; do
+    echo "  ok  $line"
+done
 echo "Demo finished."
