@@ -15,10 +15,6 @@ namespace {
 
 class CsrTest : public KarstTest {};
 
-bool matches(const std::string &out, const std::string &re) {
-    return std::regex_match(out, std::regex(re));
-}
-
 TEST_F(CsrTest, ImportWritesARequestOpensslAcceptsForTheSubjectSent) {
     const std::string subject = "CN=bmc-0042,O=karst,C=US";
     const std::string csr = path("/tmp/bmc.csr");

@@ -18,10 +18,6 @@ class AuthCertsTest : public KarstTest {
     }
 };
 
-bool matches(const std::string &out, const std::string &re) {
-    return std::regex_match(out, std::regex(re));
-}
-
 uintptr_t word(const void *p) {
     return reinterpret_cast<uintptr_t>(p);
 }

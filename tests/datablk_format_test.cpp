@@ -10,20 +10,15 @@ using namespace karst::test;
 
 namespace {
 
-constexpr char EMPTY_64_HEADER[] = "da 2f 1a 09 44 45 52 43 01 01 00 01 00 00 00 30";
-
-TEST(DatablkFormat, EmptyBlockByteForByte) {
-    const Bytes blk = new_block(64);
+TEST(DatablkFormat, EmptyBlockAndStoredPairByteForByte) {
+    Bytes blk = new_block(64);
     ASSERT_EQ(blk.size(), 64u);
-    EXPECT_EQ(hex(blk.data(), 16), EMPTY_64_HEADER);
+    EXPECT_EQ(hex(blk.data(), 16), "da 2f 1a 09 44 45 52 43 01 01 00 01 00 00 00 30");
     EXPECT_EQ(Bytes(blk.begin() + 16, blk.end()), Bytes(48, 0));
     EXPECT_EQ(pta20_datablk_get_info(blk.data(), DATABLK_INFO_CRC), 0x091A2FDA);
     EXPECT_EQ(pta20_datablk_get_info(blk.data(), DATABLK_INFO_MAX_LEN), 48);
     EXPECT_EQ(pta20_datablk_get_info(blk.data(), DATABLK_INFO_USED_LEN), 0);
-}
 
-TEST(DatablkFormat, StoredPairByteForByte) {
-    Bytes blk = new_block(64);
     ASSERT_EQ(set(blk, "ra_uid", {1, 2, 3}), 0);
     EXPECT_EQ(hex(blk.data(), 16), "0d 2f f6 19 44 45 52 43 01 01 00 01 00 00 00 30");
     EXPECT_EQ(hex(blk.data() + 16, 14), "16 06 72 61 5f 75 69 64 02 01 03 01 02 03");

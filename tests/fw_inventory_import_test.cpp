@@ -9,13 +9,6 @@ using namespace karst::test;
 
 namespace {
 
-::testing::AssertionResult matches(const std::string &out, const std::string &re) {
-    if (std::regex_match(out, std::regex(re))) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "output \"" << out << "\" does not match " << re;
-}
-
 class FwInventoryImportTest : public KarstTest {
   protected:
     std::string legacy() const { return path("/nv1/fw_inventory.txt"); }

@@ -21,10 +21,6 @@ class ImageApiTest : public KarstTest {
     }
 };
 
-bool matches(const std::string &out, const std::string &re) {
-    return std::regex_match(out, std::regex(re));
-}
-
 const std::string DEBUG = R"(\[Debug [0-9a-f]+ UtilPTA20\.cpp:\d+\] )";
 const std::string ERROR = R"(\[Error [0-9a-f]+ UtilPTA20\.cpp:\d+\] )";
 

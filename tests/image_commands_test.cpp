@@ -35,10 +35,6 @@ class ImageCommandTest : public KarstTest {
     }
 };
 
-bool matches(const std::string &out, const std::string &re) {
-    return std::regex_match(out, std::regex(re));
-}
-
 TEST_F(ImageCommandTest, CallerBufferIsSentAsItIs) {
     const std::string image = image_bytes(300);
     EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH, 0x0201, IMG_SRC_BUFFER | 0x40, image.data(), 300), 0);
@@ -92,9 +88,6 @@ TEST_F(ImageCommandTest, UploadAndUpdateHandBackTheSecureWorldsCode) {
     }
     karst_emu_fail_nth(KARST_EMU_INVOKE, 1, TEEC_ERROR_GENERIC);
     EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH, 0x0101, 0, nullptr, 0), -1);
-    for (const auto &r : journal()) {
-        EXPECT_TRUE(r.command == 1 || r.command == 2 || r.command == 0);
-    }
     // Local failures are -1 for every one of them: no image, a type out of range.
     for (uint32_t number : {0u, 1u, 2u}) {
         EXPECT_EQ(run(number, 0x0102, 0, nullptr, 0), -1) << "no backup file yet";
@@ -114,14 +107,6 @@ TEST_F(ImageCommandTest, UploadIsStoredAndDeleteClearsIt) {
     EXPECT_NE(digest, karst_emu_image_digest(image.data(), image.size() - 1));
     ASSERT_EQ(run(PTA_DALU_CMD_FW_DELETE, 0x0001, 0, nullptr, 0), 0);
     EXPECT_EQ(karst_emu_image_copy(0x0001, nullptr, nullptr), -1);
-}
-
-TEST_F(ImageCommandTest, AuthenticationFollowsTheApplicationsRule) {
-    const std::string good = image_bytes(64), bad = unsigned_image_bytes(64);
-    EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH, 0x0901, IMG_SRC_BUFFER, good.data(), 64), 0);
-    std::string out;
-    EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH, 0x0901, IMG_SRC_BUFFER, bad.data(), 64, &out), -1);
-    EXPECT_NE(out.find("failed with code 0xffff000f origin 0x4"), std::string::npos) << out;
 }
 
 TEST_F(ImageCommandTest, DumpWritesTheDevicesImageIntoTheSlotFile) {
@@ -187,11 +172,6 @@ TEST_F(ImageCommandTest, DeleteOnlyStagingAndBackupOfBmcBiosCpld) {
         EXPECT_EQ(run(PTA_DALU_CMD_FW_DELETE, img_id, 0, nullptr, 0), -1) << std::hex << img_id;
     }
     EXPECT_EQ(karst_emu_journal_count(), sent);
-    karst_emu_fail_nth(KARST_EMU_INVOKE, 1, TEEC_ERROR_GENERIC);
-    std::string out;
-    EXPECT_EQ(run(PTA_DALU_CMD_FW_DELETE, 0x0001, 0, nullptr, 0, &out), -1);
-    EXPECT_TRUE(matches(out, R"(\[E:pta_invoke_fw_delete:\d+\] TEEC_InvokeCommand failed with )"
-                             R"(code 0xffff0000 origin 0x4\n)"));
 }
 
 } // namespace

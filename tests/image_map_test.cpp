@@ -1,4 +1,4 @@
-// The image table and the mapping of image bytes: every row of the table, the sources, the size
+// The mapping of image bytes: the sources, the size
 // rules checked against real files, and the deterministic extended copy.
 #include "images/image_map.hpp"
 #include "images/image_table.hpp"
@@ -16,39 +16,6 @@ using karst::images::pta_mmap_img;
 namespace {
 
 class ImageMapTest : public KarstTest {};
-
-// The table's distinctive rows; the mapping tests below go through many of the others.
-TEST(ImageTable, DistinctiveRows) {
-    EXPECT_EQ(image_slot(0x0301)->size, 0x4000000u) << "backplane CPLD staging: 64 MiB";
-    EXPECT_EQ(image_slot(0x0302)->size, 0x40000u);
-    EXPECT_STREQ(image_slot(0x0106)->path, "/nv1/bios_backup_st.bin");
-    EXPECT_STREQ(image_slot(0x1707)->path, "/nv1/erotmcu_golden_st.bin");
-    // Golden images: regions of the partition for BMC, BIOS and CPLD, files for the others.
-    const struct {
-        uint32_t img, offset, size;
-    } regions[] = {
-        {0x0003, 0, 0x4000000}, {0x0103, 0x4200000, 0x4000000}, {0x0203, 0x8400000, 0x40000}};
-    for (const auto &r : regions) {
-        EXPECT_EQ(image_slot(r.img)->kind, IMG_KIND_MMC);
-        EXPECT_EQ(image_slot(r.img)->offset, r.offset);
-        EXPECT_EQ(image_slot(r.img)->size, r.size);
-    }
-    EXPECT_EQ(image_slot(0x1503)->attr2, 0) << "golden files of SCMFPGA and EROTMCU";
-    EXPECT_EQ(image_slot(0x1703)->attr2, 0);
-    EXPECT_EQ(image_slot(0x0903)->attr2, 6);
-    EXPECT_EQ(image_slot(0x0000)->attr1, 3);
-    EXPECT_EQ(image_slot(0x0100)->attr1, 1);
-    EXPECT_EQ(image_slot(0x1500)->size, 0xA8000u);
-    // No store: active slots, slot 5, and golden of BPNCPLD and PDBFPGA.
-    for (uint32_t img : {0x0100u, 0x0105u, 0x0303u, 0x1603u, 0x0908u}) {
-        EXPECT_TRUE(image_slot(img)->kind != IMG_KIND_FILE && image_slot(img)->kind != IMG_KIND_MMC)
-            << std::hex << img;
-    }
-    for (uint32_t type : {4u, 5u, 8u, 10u, 11u, 13u, 20u, 24u, 255u}) {
-        EXPECT_EQ(image_slot(type, 1), nullptr) << type;
-    }
-    EXPECT_EQ(image_slot(1, 15), nullptr);
-}
 
 TEST_F(ImageMapTest, SlotFileIsMappedWholeWhateverSizeWasAsked) {
     const std::string content = image_bytes(0x100000);

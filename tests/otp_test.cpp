@@ -12,10 +12,6 @@ namespace {
 
 class OtpTest : public KarstTest {};
 
-bool matches(const std::string &out, const std::string &re) {
-    return std::regex_match(out, std::regex(re));
-}
-
 TEST_F(OtpTest, KeyReadSendsTheKeyNumberAndAnOutputBuffer) {
     uint8_t key[64] = {};
     ASSERT_EQ(pta_invoke_otp_get_key(20, 0x3, key, sizeof key), 0);

@@ -37,9 +37,7 @@ TEST_F(SessionTest, OpenAndCloseLeaveTheDescriptorClosed) {
 TEST_F(SessionTest, SecondOpenIsRefusedAtOnceAndTheFirstStillWorks) {
     ASSERT_EQ(pta_open_session(), 0u);
     uint32_t second = 0;
-    const auto t0 = std::chrono::steady_clock::now();
     const std::string out = capture_stdout([&] { second = pta_open_session(); });
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(100));
     EXPECT_EQ(second, BUSY);
     EXPECT_TRUE(std::regex_match(
         out, std::regex(R"(\[I:pta_open_session:\d+\] pta_open_session: TEE is busy)")))
@@ -83,30 +81,32 @@ TEST_F(SessionTest, ThreeBusyAnswersGiveUpAndCloseTheContext) {
     pta_close_session();
 }
 
-TEST_F(SessionTest, OtherOpenFailuresAreNotRetried) {
-    karst_emu_fail_nth(KARST_EMU_OPEN, 1, TEEC_ERROR_ACCESS_DENIED);
-    uint32_t res = 0;
-    const std::string out = capture_stdout([&] { res = pta_open_session(); });
-    EXPECT_EQ(res, TEEC_ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(std::regex_match(out, std::regex(R"(\[E:pta_open_session:\d+\] TEEC_Opensession )"
-                                                 R"(failed with code 0xffff0001 origin 0x4\n)")))
-        << out;
-    EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), 1u);
-    EXPECT_EQ(karst::tee::context().fd, -1);
-}
-
-TEST_F(SessionTest, ContextFailureIsReturnedAndLeavesItClosed) {
-    karst_emu_fail_nth(KARST_EMU_INIT, 1, TEEC_ERROR_ITEM_NOT_FOUND);
-    uint32_t res = 0;
-    const std::string out = capture_stdout([&] { res = pta_open_session(); });
-    EXPECT_EQ(res, TEEC_ERROR_ITEM_NOT_FOUND);
-    EXPECT_TRUE(
-        std::regex_match(out, std::regex(R"(\[E:pta_open_session:\d+\] TEEC_InitializeContext )"
-                                         R"(failed with code 0xffff0008\n)")))
-        << out;
-    EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), 0u);
-    ASSERT_EQ(pta_open_session(), 0u);
-    pta_close_session();
+// A failed context or a refusal other than busy: one attempt, its message, the context closed,
+// and the next open works.
+TEST_F(SessionTest, OtherFailuresAreNotRetriedAndLeaveItClosed) {
+    const struct {
+        karst_emu_op op;
+        uint32_t code;
+        const char *message;
+        unsigned opens;
+    } cases[] = {
+        {KARST_EMU_OPEN, TEEC_ERROR_ACCESS_DENIED,
+         "TEEC_Opensession failed with code 0xffff0001 origin 0x4", 1},
+        {KARST_EMU_INIT, TEEC_ERROR_ITEM_NOT_FOUND,
+         "TEEC_InitializeContext failed with code 0xffff0008", 0},
+    };
+    for (const auto &c : cases) {
+        karst_emu_reset();
+        karst_emu_fail_nth(c.op, 1, c.code);
+        uint32_t res = 0;
+        const std::string out = capture_stdout([&] { res = pta_open_session(); });
+        EXPECT_EQ(res, c.code);
+        EXPECT_TRUE(matches(out, R"(\[E:pta_open_session:\d+\] )" + std::string(c.message) + "\n"));
+        EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), c.opens);
+        EXPECT_EQ(karst::tee::context().fd, -1);
+        ASSERT_EQ(pta_open_session(), 0u);
+        pta_close_session();
+    }
 }
 
 TEST_F(SessionTest, OfTwoThreadsOpeningTogetherExactlyOneWins) {

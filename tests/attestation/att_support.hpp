@@ -22,14 +22,6 @@ inline std::string to_text(const uint8_t *p, size_t n) {
     return std::string(reinterpret_cast<const char *>(p), n);
 }
 
-// Whether out matches the regular expression re as a whole.
-inline ::testing::AssertionResult matches(const std::string &out, const std::string &re) {
-    if (std::regex_match(out, std::regex(re))) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "output \"" << out << "\" does not match " << re;
-}
-
 // Escapes text for use inside a regular expression.
 std::string re_escape(const std::string &text);
 

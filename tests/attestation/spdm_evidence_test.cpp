@@ -1,5 +1,5 @@
-// SPDM evidence: the exact KLV bytes of records built from files the test writes, the file name
-// rules, the ten-record limits, records that do not fit, and the root CAs.
+// SPDM evidence: the KLV length field, the file name rules, the ten-record limits, records that do
+// not fit, and the root CAs.
 #include "attestation/att_support.hpp"
 #include "attestation/spdm_evidence.hpp"
 
@@ -48,18 +48,9 @@ std::vector<std::string> sorted_lines(const std::string &text) {
     return lines;
 }
 
-TEST_F(SpdmEvidenceTest, RecordsHaveTheExactKlvBytesOfTheirFiles) {
-    make_dirs(chains());
-    write_bytes(chains("dev0.der"), pattern(1200, 7));
-    auto [buffer, out] = collect();
-    EXPECT_EQ(out.find("[E:"), std::string::npos) << out;
-    Bytes expected = {0x16, 0x04, 'd', 'e', 'v', '0', 0x02, 0x02, 0x04, 0xb0};
-    const Bytes content = pattern(1200, 7);
-    expected.insert(expected.end(), content.begin(), content.end());
-    ASSERT_EQ(buffer.size(), 1210u);
-    EXPECT_EQ(buffer, expected);
-
-    // The length field's width follows the value's size.
+// The exact bytes of a whole record are checked in the dump's block; here the length field's
+// width, which follows the value's size.
+TEST_F(SpdmEvidenceTest, LengthFieldWidthFollowsTheValueSize) {
     for (const auto &[size, field] :
          std::vector<std::pair<size_t, Bytes>>{{1, {0x02, 0x01, 0x01}},
                                                {255, {0x02, 0x01, 0xff}},
@@ -197,11 +188,6 @@ TEST_F(SpdmEvidenceTest, AppendFillsTheBufferToItsLastByteAndNotOneMore) {
 }
 
 TEST_F(SpdmEvidenceTest, RootCasAreStoredUnderTheirKeysAndMissingOnesAreReported) {
-    EXPECT_STREQ(root_ca_files[0], "/etc/defaults/spdm_dalu_rootCA.der");
-    EXPECT_STREQ(root_ca_files[1], "/etc/defaults/spdm_nv_rootCA.der");
-    EXPECT_STREQ(root_ca_keys[0], "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/1");
-    EXPECT_STREQ(root_ca_keys[1], "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/2");
-
     write_bytes(path("/etc/defaults/spdm_dalu_rootCA.der"), pattern(700, 5));
     Bytes block = new_block(65536, DATABLK_MAGIC_ATT);
     std::string out = capture_stdout([&] { karst::att::spdm_add_root_cas(block.data()); });

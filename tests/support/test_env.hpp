@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,14 @@ int open_fd_count();
 // Reads or writes a whole file.
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &data);
+
+// Whether out matches the regular expression re as a whole.
+inline ::testing::AssertionResult matches(const std::string &out, const std::string &re) {
+    if (std::regex_match(out, std::regex(re))) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "output \"" << out << "\" does not match " << re;
+}
 
 // Runs fn in a child process; returns the child's exit status (fn's result), or -1.
 int in_child(const std::function<int()> &fn);
