@@ -34,7 +34,9 @@ export PKG_CONFIG_PATH="$libdir/pkgconfig"
 cc -std=c99 -Wall -Werror "$prefix/user.c" -o "$prefix/user" $(pkg-config --define-prefix --cflags --libs karst) \
    -Wl,-rpath,"$libdir"
 KARST_ROOT="$prefix/root" "$prefix/user" | grep -qx ok
+"$prefix/bin/karst-emu-setup" "$prefix/root"
+test -s "$prefix/root/dev/mmcblk0"
 # The otp program is installed with the library and finds it from where it is installed.
 test -x "$prefix/bin/otp"
 KARST_ROOT="$prefix/root" "$prefix/bin/otp" getsn | grep -Eqx 'KB[0-9]{10}'
-echo "install check passed: header, pkg-config file, libkarst.so.1, the otp program and the emulator work installed"
+echo "install check passed: header, pkg-config file, libkarst.so.1, the otp program, karstctl, the emulator and its set-up program work installed"

@@ -13,7 +13,6 @@ export KARST_ROOT
 KARST_ROOT=$(mktemp -d /tmp/karst-demo-XXXXXX)
 trap 'rm -rf "$KARST_ROOT"' EXIT
 build/demo/emulator/karst-emu-setup "$KARST_ROOT"
-mkdir -p "$KARST_ROOT/tmp" "$KARST_ROOT/nv1" # the board's working and persistent folders
 work=$KARST_ROOT/tmp
 started=$SECONDS
 summary=()

@@ -1,5 +1,6 @@
 #include "common.hpp"
 
+#include "core/run_root.hpp"
 #include "karst.h"
 
 #include <cerrno>
@@ -58,16 +59,7 @@ void emit(const std::string &path, const std::string &text) {
 }
 
 std::string board_path(const std::string &path) {
-#if defined(KARSTCTL_HOST_BUILD)
-    if (const char *root = std::getenv("KARST_ROOT"); root != nullptr) {
-        std::string prefix(root);
-        while (!prefix.empty() && prefix.back() == '/') {
-            prefix.pop_back();
-        }
-        return prefix + path;
-    }
-#endif
-    return path;
+    return karst::platform_path(path);
 }
 
 Session::Session() {
