@@ -5,18 +5,29 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace karst::test {
 
 struct SweepCall {
     std::string name;
-    std::function<int()> call; // returns the call's result
-    int failure_result = -1;   // what the call returns when an acquisition fails
+    std::function<int()> call;               // returns the call's result
+    std::vector<int> failure_results = {-1}; // what the call may return when an acquisition fails
+    int success_result = 0;
+    // Puts in place what the call needs, before every run (files the call consumes, ...).
+    std::function<void()> prepare = [] {};
+    // Error lines the call prints by design even when nothing fails (they are not counted).
+    std::string expected_noise = {};
 };
 
-// Runs the sweep with gtest expectations: for every failing run, the call returns its failure
-// result, prints at most one error line, and leaves no registered memory, session, context or
-// descriptor behind; afterwards the call succeeds normally. Returns the number of failure points.
+// Runs the sweep with gtest expectations. For every failing run: the call returns a failure
+// result; it prints at most one error line, and that line names the failed acquisition; it
+// leaves no heap block (LeakSanitizer, in sanitizer builds), registered memory, session,
+// context, descriptor, mapping or record lock behind; and a following normal call succeeds.
+// Returns the number of failure points.
 std::size_t sweep_failures(const SweepCall &c);
+
+// Failure points swept so far in this process.
+std::size_t swept_points();
 
 } // namespace karst::test

@@ -1,21 +1,15 @@
-// An open directory listing, closed on every path, and the file name rules of the evidence
-// directories.
+// Opening an evidence directory, and the file name rules of the evidence directories.
 #pragma once
 
-#include <dirent.h>
-#include <memory>
+#include "core/file_handle.hpp"
+
 #include <string>
 #include <string_view>
 
 namespace karst::att {
 
-struct DirCloser {
-    void operator()(DIR *dir) const { ::closedir(dir); }
-};
-using Directory = std::unique_ptr<DIR, DirCloser>;
-
 inline Directory open_directory(const std::string &path) {
-    return Directory(::opendir(path.c_str()));
+    return Directory(directory_open(path.c_str()));
 }
 
 // Hidden entries (".", ".." and names beginning with '.') are never evidence.

@@ -11,7 +11,9 @@ std::atomic<int> g_kind{-1}; // armed kind, -1 when disarmed
 std::atomic<std::size_t> g_nth{0};
 std::atomic<bool> g_forever{false};
 std::atomic<bool> g_fired{false};
+std::atomic<int> g_fired_kind{0};
 std::atomic<std::size_t> g_seen[KINDS];
+std::atomic<long> g_held[KINDS];
 
 } // namespace
 
@@ -26,10 +28,16 @@ bool inject(Kind kind) {
     const std::size_t n = armed == 0 ? any : armed == static_cast<int>(kind) ? mine : 0;
     const std::size_t nth = g_nth.load();
     if (n == nth || (g_forever.load() && n > nth)) {
-        g_fired.store(true);
+        if (!g_fired.exchange(true)) {
+            g_fired_kind.store(static_cast<int>(kind));
+        }
         return true;
     }
     return false;
+}
+
+void track(Kind kind, int delta) {
+    g_held[static_cast<int>(kind)].fetch_add(delta);
 }
 #endif
 
@@ -39,6 +47,7 @@ void arm(Kind kind, std::size_t nth, bool forever) {
         s.store(0);
     }
     g_fired.store(false);
+    g_fired_kind.store(0);
     g_nth.store(nth);
     g_forever.store(forever);
     g_kind.store(static_cast<int>(kind));
@@ -55,6 +64,14 @@ std::size_t seen(Kind kind) {
 
 bool fired() {
     return g_fired.load();
+}
+
+Kind fired_kind() {
+    return static_cast<Kind>(g_fired_kind.load());
+}
+
+long held(Kind kind) {
+    return g_held[static_cast<int>(kind)].load();
 }
 
 } // namespace karst::fault

@@ -23,10 +23,13 @@ enum class Kind : int {
 #if defined(KARST_FAULT_INJECTION)
 // Called by an acquisition point: true when this acquisition must fail.
 bool inject(Kind kind);
+// Called when a resource of kind is taken (+1) or given back (-1), for held().
+void track(Kind kind, int delta);
 #else
 constexpr bool inject(Kind) {
     return false;
 }
+constexpr void track(Kind, int) {}
 #endif
 
 // Test side. Fails the nth acquisition of kind from now on (1: the next one); with forever,
@@ -35,7 +38,10 @@ void arm(Kind kind, std::size_t nth, bool forever = false);
 void disarm();
 // Acquisitions of kind seen since the last arm() or disarm().
 std::size_t seen(Kind kind);
-// Whether an armed failure has been delivered.
+// Whether an armed failure has been delivered, and the kind of the acquisition that failed.
 bool fired();
+Kind fired_kind();
+// Resources of kind held now, where the acquisition point tracks them (mappings).
+long held(Kind kind);
 
 } // namespace karst::fault

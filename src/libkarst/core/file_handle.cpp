@@ -19,7 +19,19 @@ std::FILE *file_open(const char *path, const char *mode) {
 }
 
 int fd_open(const char *path, int flags, int mode) {
+    if (fault::inject(fault::Kind::file)) {
+        errno = EIO;
+        return -1;
+    }
     return ::open(path, flags | O_CLOEXEC, mode);
+}
+
+DIR *directory_open(const char *path) {
+    if (fault::inject(fault::Kind::file)) {
+        errno = EIO;
+        return nullptr;
+    }
+    return ::opendir(path);
 }
 
 } // namespace karst

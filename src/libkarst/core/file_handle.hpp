@@ -1,7 +1,10 @@
-// Owners for open files: a stdio stream and a file descriptor, closed on every path.
+// Owners for open files: a stdio stream, a file descriptor and a directory listing, closed on
+// every path.
 #pragma once
 
 #include <cstdio>
+#include <dirent.h>
+#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -10,6 +13,7 @@ namespace karst {
 // The library's single points where files are opened.
 std::FILE *file_open(const char *path, const char *mode);
 int fd_open(const char *path, int flags, int mode = 0);
+DIR *directory_open(const char *path);
 
 class File {
   public:
@@ -70,5 +74,10 @@ class Fd {
   private:
     int fd_ = -1;
 };
+
+struct DirCloser {
+    void operator()(DIR *dir) const { ::closedir(dir); }
+};
+using Directory = std::unique_ptr<DIR, DirCloser>;
 
 } // namespace karst

@@ -14,6 +14,8 @@ namespace karst {
 // writable, private. With fd -1 the pages are anonymous and start zeroed. MAP_FAILED on failure
 // (also for length 0).
 void *map_file(int fd, std::size_t length, off_t offset);
+// Undoes a mapping made by map_file.
+void unmap_file(void *data, std::size_t length);
 
 class Mapping {
   public:
@@ -50,7 +52,7 @@ class Mapping {
 
     void reset() {
         if (data_ != nullptr) {
-            ::munmap(data_, size_);
+            unmap_file(data_, size_);
             data_ = nullptr;
             size_ = 0;
         }

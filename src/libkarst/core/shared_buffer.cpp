@@ -3,6 +3,19 @@
 #include "fault_injection.hpp"
 
 namespace karst::tee {
+namespace {
+
+// A failed invoke, when a test asks for one.
+bool invoke_fails(std::uint32_t &origin) {
+    origin = 0;
+    if (fault::inject(fault::Kind::invoke)) {
+        origin = TEEC_ORIGIN_COMMS;
+        return true;
+    }
+    return false;
+}
+
+} // namespace
 
 TEEC_Result register_memory(TEEC_SharedMemory &record) {
     if (fault::inject(fault::Kind::shared_memory)) {
@@ -50,16 +63,16 @@ Operation &Operation::value(int index, std::uint32_t a, std::uint32_t b) {
 }
 
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin) {
-    origin = 0;
-    if (fault::inject(fault::Kind::invoke)) {
-        origin = TEEC_ORIGIN_COMMS;
+    if (invoke_fails(origin)) {
         return TEEC_ERROR_COMMUNICATION;
     }
     return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
 }
 
 TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin) {
-    origin = 0;
+    if (invoke_fails(origin)) {
+        return TEEC_ERROR_COMMUNICATION;
+    }
     return TEEC_InvokeCommand(&session(), command, nullptr, &origin);
 }
 

@@ -1,5 +1,7 @@
 #include "record_lock.hpp"
 
+#include "core/fault_injection.hpp"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <utility>
@@ -24,6 +26,10 @@ std::mutex &process_file_mutex() {
 }
 
 bool RecordLock::acquire(int fd, short type) {
+    if (fault::inject(fault::Kind::lock)) {
+        errno = ENOLCK;
+        return false;
+    }
     struct flock lock = whole_file(type);
     int rc = 0;
     do {
