@@ -192,26 +192,4 @@ TEST_F(CertReplaceTest, RaAnswerIsLostWhenItsDirectoryCannotBeMade) {
     EXPECT_FALSE(exists("/nv1/ra_data.tgz"));
 }
 
-// Each registration and the invoke fail in turn: the routine's one message last, -1, nothing
-// left registered (the fixture checks) and no archive.
-TEST_F(CertReplaceTest, EveryClientFailureIsReportedAndReleasesEverything) {
-    const std::pair<karst_emu_op, size_t> points[] = {{KARST_EMU_REGISTER, 1},
-                                                      {KARST_EMU_REGISTER, 2},
-                                                      {KARST_EMU_REGISTER, 3},
-                                                      {KARST_EMU_INVOKE, 1}};
-    for (const auto &[op, nth] : points) {
-        karst_emu_fail_nth(op, nth, TEEC_ERROR_OUT_OF_MEMORY);
-        int rc = 0;
-        const std::string out = capture_stdout([&] { rc = replace_ra_file(1); });
-        EXPECT_EQ(rc, -1);
-        const std::string what = op == KARST_EMU_INVOKE
-                                     ? "TEEC_InvokeCommand failed with code 0xffff000c origin 0x4"
-                                     : "TEEC_RegisterSharedMemory failed with code 0xffff000c";
-        EXPECT_TRUE(std::regex_match(
-            out, std::regex(R"([\s\S]*\[E:pta_invoke_replace_ra_crt:\d+\] )" + what + "\n")))
-            << out;
-        EXPECT_FALSE(exists("/nv1/ra_data.tgz"));
-    }
-}
-
 } // namespace
