@@ -5,6 +5,7 @@
 #include "support/sweep_session.hpp"
 #include "support/test_env.hpp"
 
+#include <atomic>
 #include <thread>
 
 using namespace karst::test;
@@ -125,11 +126,13 @@ TEST_F(ImageSweepTest, UpdateThread) {
                 if (pta20_img_update_async(&ctx) != 0) {
                     return -1;
                 }
-                while (ctx.state == IMG_UPD_QUEUED || ctx.state == IMG_UPD_RUNNING) {
+                // The update thread writes state: read it as the library does, atomically.
+                const std::atomic_ref<int32_t> state(ctx.state);
+                while (state.load() == IMG_UPD_QUEUED || state.load() == IMG_UPD_RUNNING) {
                     pta20_img_updprogress(&ctx);
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 }
-                return ctx.state == IMG_UPD_IDLE ? 0 : -1;
+                return state.load() == IMG_UPD_IDLE ? 0 : -1;
             },
         // A poll that cannot read the progress file shows no progress; the update goes on.
         .failure_results = {-1, 0},
