@@ -181,6 +181,10 @@ TEST(DatablkForeign, DataLengthBeyondTheBufferIsNeverFollowed) {
     EXPECT_TRUE(is_error(out, "pta20_datablk_check", "Incorrect buffer length 10"));
     EXPECT_EQ(pta20_datablk_check(new_block(64).data(), 64), 0);
     EXPECT_EQ(pta20_datablk_check(new_block(64).data(), 100), 0);
+    Bytes changed = new_block(64);
+    changed[40] ^= 1; // a byte of the data area, after the CRC was stored
+    out = capture_stdout([&] { EXPECT_EQ(pta20_datablk_check(changed.data(), 64), -1); });
+    EXPECT_TRUE(is_error(out, "pta20_datablk_check", "CRC error"));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "attestation/nonce.hpp"
 #include "attestation/ree_data_tool.hpp"
 #include "attestation/spdm_evidence.hpp"
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
@@ -48,7 +49,7 @@ void keep_copy(const karst::HeapBuffer &block) {
 } // namespace
 
 extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
-                                   uint32_t path_buf_size) {
+                                   uint32_t path_buf_size) try {
     using namespace karst;
 
     if (nonce == nullptr) {
@@ -110,8 +111,9 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
     att::ree_data_tool_clean();
     return rc;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_buf_size) {
+extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_buf_size) try {
     if (nonce == nullptr) {
         return -1;
     }
@@ -129,3 +131,4 @@ extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_b
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

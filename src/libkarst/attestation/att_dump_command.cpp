@@ -7,6 +7,7 @@
 #include "attestation/bounded_text.hpp"
 #include "attestation/digest_info.hpp"
 #include "attestation/nonce.hpp"
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -26,7 +27,8 @@ constexpr size_t RESULT_PATH_FIELD = 256;
 } // namespace
 
 extern "C" int _pta_invoke_att_dump(uint32_t, const char *nonce, const void *block,
-                                    uint32_t block_len, char *path_buf, uint32_t path_buf_size) {
+                                    uint32_t block_len, char *path_buf,
+                                    uint32_t path_buf_size) try {
     using namespace karst;
     using namespace karst::tee;
 
@@ -123,3 +125,4 @@ extern "C" int _pta_invoke_att_dump(uint32_t, const char *nonce, const void *blo
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

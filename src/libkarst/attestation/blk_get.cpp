@@ -3,6 +3,7 @@
 #include "karst.h"
 
 #include "attestation/board_paths.hpp"
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -18,7 +19,7 @@ constexpr size_t BLOCK_SIZE = 65536;
 } // namespace
 
 extern "C" int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t value,
-                                  const char *name) {
+                                  const char *name) try {
     using namespace karst::tee;
 
     if (name == nullptr) {
@@ -72,3 +73,4 @@ extern "C" int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t valu
     std::fwrite(block.data(), 1, block.size(), file.get());
     return 0;
 }
+KARST_BOUNDARY(-1)

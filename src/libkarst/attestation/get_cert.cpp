@@ -4,6 +4,7 @@
 #include "karst.h"
 
 #include "attestation/der_chain.hpp"
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -25,7 +26,7 @@ constexpr uint32_t position_of(uint32_t index) {
 } // namespace
 
 extern "C" int pta_invoke_dalu_get_certificate(uint32_t command, int32_t cert_index, uint8_t *buf,
-                                               uint32_t *size) {
+                                               uint32_t *size) try {
     using namespace karst::tee;
 
     if (buf == nullptr || size == nullptr || *size == 0) {
@@ -110,8 +111,9 @@ extern "C" int pta_invoke_dalu_get_certificate(uint32_t command, int32_t cert_in
             static_cast<int>(position), cert_index);
     return static_cast<int>(TEEC_ERROR_ITEM_NOT_FOUND);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size) {
+extern "C" int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size) try {
     if (buf == nullptr || size == nullptr || *size == 0) {
         return -1;
     }
@@ -128,3 +130,4 @@ extern "C" int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size) 
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

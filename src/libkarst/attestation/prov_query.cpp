@@ -2,6 +2,7 @@
 // (0 for yes).
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
@@ -15,7 +16,7 @@ constexpr uint32_t STATUS_SIZE = 64;
 } // namespace
 
 extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
-                                      uint32_t len) {
+                                      uint32_t len) try {
     using namespace karst::tee;
 
     if (buf == nullptr || len == 0) {
@@ -36,8 +37,10 @@ extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t 
     }
     return static_cast<int>(res);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf, uint32_t len) {
+extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
+                                     uint32_t len) try {
     karst::HeapBuffer own;
     if (buf == nullptr || len == 0) {
         if (!own.allocate(STATUS_SIZE)) {
@@ -51,8 +54,9 @@ extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *
     const int rc = _pta_invoke_prov_query(command, query, buf, len);
     return rc == 0 && buf[0] == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_prov_query(uint32_t query) {
+extern "C" int pta20_prov_query(uint32_t query) try {
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }
@@ -62,3 +66,4 @@ extern "C" int pta20_prov_query(uint32_t query) {
     pta_close_session();
     return rc;
 }
+KARST_BOUNDARY(-1)

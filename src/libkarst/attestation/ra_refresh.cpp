@@ -6,6 +6,7 @@
 #include "attestation/archive_path.hpp"
 #include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
+#include "core/boundary.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -33,7 +34,7 @@ struct FreeDeleter {
 
 } // namespace
 
-extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) {
+extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) try {
     using namespace karst;
     using namespace karst::tee;
 
@@ -105,12 +106,14 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
     }
     return static_cast<int>(res);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) {
+extern "C" int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) try {
     return _pta_invoke_ra_refresh(command, path, capacity);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) {
+extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) try {
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }
@@ -121,3 +124,4 @@ extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) {
     }
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

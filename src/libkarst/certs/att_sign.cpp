@@ -2,6 +2,7 @@
 // written beside the file as "<file>.sig".
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -17,7 +18,7 @@ constexpr size_t SIG_PATH_SIZE = 64; // the signature path is cut to 63 characte
 
 } // namespace
 
-extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *path) {
+extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *path) try {
     using namespace karst::tee;
 
     if (path == nullptr) {
@@ -65,3 +66,4 @@ extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *pa
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

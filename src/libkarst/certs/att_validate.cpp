@@ -2,6 +2,7 @@
 // mapping of its two named refusals for callers.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -12,7 +13,7 @@ constexpr uint32_t REJECTED_ANSWER = 0xFFFF3074;
 
 } // namespace
 
-extern "C" int pta_invoke_att_validate(uint32_t cmd, uint32_t value) {
+extern "C" int pta_invoke_att_validate(uint32_t cmd, uint32_t value) try {
     using namespace karst::tee;
 
     Operation op;
@@ -24,8 +25,9 @@ extern "C" int pta_invoke_att_validate(uint32_t cmd, uint32_t value) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_att_security_validate(uint32_t value) {
+extern "C" int pta20_att_security_validate(uint32_t value) try {
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }
@@ -43,3 +45,4 @@ extern "C" int pta20_att_security_validate(uint32_t value) {
         return -1;
     }
 }
+KARST_BOUNDARY(-1)

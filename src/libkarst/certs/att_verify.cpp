@@ -2,6 +2,7 @@
 // file, both named in one argument string "data:sig".
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
@@ -34,7 +35,7 @@ int split_fields(char *text, char *fields[2]) {
 
 } // namespace
 
-extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) {
+extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) try {
     using namespace karst::tee;
 
     char *fields[2] = {nullptr, nullptr};
@@ -70,3 +71,4 @@ extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

@@ -3,6 +3,7 @@
 // world, -1 local failure.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
@@ -20,7 +21,7 @@ bool fits_32_bits(uintptr_t word) {
 } // namespace
 
 extern "C" int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t first_len,
-                                      const void *second, uint32_t second_len) {
+                                      const void *second, uint32_t second_len) try {
     using namespace karst::tee;
 
     if (first == nullptr || second == nullptr || first_len == 0 || second_len == 0) {
@@ -48,9 +49,10 @@ extern "C" int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t 
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_auth_certs(uint32_t cmd, const char *first_path,
-                                     const char *second_path) {
+                                     const char *second_path) try {
     if (first_path == nullptr || second_path == nullptr) {
         return -1;
     }
@@ -66,8 +68,9 @@ extern "C" int pta_invoke_auth_certs(uint32_t cmd, const char *first_path,
     }
     return _pta_invoke_auth_certs(cmd, first.data(), first.size(), second.data(), second.size());
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_auth_certs(const uintptr_t *words) {
+extern "C" int pta20_auth_certs(const uintptr_t *words) try {
     if (words == nullptr) {
         return -1;
     }
@@ -85,3 +88,4 @@ extern "C" int pta20_auth_certs(const uintptr_t *words) {
     pta_close_session();
     return rc;
 }
+KARST_BOUNDARY(-1)

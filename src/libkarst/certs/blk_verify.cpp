@@ -1,11 +1,12 @@
 // Block verify (command 17): the secure world checks a block file sent whole.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
-extern "C" int pta_invoke_blk_verify(uint32_t cmd, const char *path) {
+extern "C" int pta_invoke_blk_verify(uint32_t cmd, const char *path) try {
     using namespace karst::tee;
 
     karst::FileBytes block;
@@ -27,3 +28,4 @@ extern "C" int pta_invoke_blk_verify(uint32_t cmd, const char *path) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

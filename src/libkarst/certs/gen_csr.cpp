@@ -2,6 +2,7 @@
 // never leaves it; the library sends the request's input bytes and writes the CSR it gets back.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -16,7 +17,7 @@ constexpr size_t CSR_SIZE = 2048;
 } // namespace
 
 extern "C" int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void *data,
-                                  uint32_t len, const char *in_path) {
+                                  uint32_t len, const char *in_path) try {
     using namespace karst::tee;
 
     SharedBuffer csr;
@@ -73,12 +74,14 @@ extern "C" int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_gen_csr_import(const char *out_path, const void *data, uint32_t len) {
+extern "C" int pta_invoke_gen_csr_import(const char *out_path, const void *data, uint32_t len) try {
     return pta_invoke_gen_csr(PTA_DALU_CMD_GEN_CSR, out_path, data, len, nullptr);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint32_t len) {
+extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint32_t len) try {
     if (out_path == nullptr || data == nullptr) {
         return -1;
     }
@@ -89,3 +92,4 @@ extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

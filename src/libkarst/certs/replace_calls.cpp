@@ -4,6 +4,8 @@
 
 #include "karst.h"
 
+#include "core/boundary.hpp"
+
 namespace {
 
 using karst::certs::replace_certificate;
@@ -26,30 +28,34 @@ constexpr uint32_t LAST_INDEX = 5;
 
 extern "C" int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *uri,
                                       uint32_t option, const char *file, const void *data,
-                                      uint32_t len) {
+                                      uint32_t len) try {
     return replace_certificate(
         ReplaceRequest{__func__, cmd, false, index, uri, option, file, data, len});
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_ra_crt(uint32_t cmd, uint32_t index, const char *uri,
                                          uint32_t option, const char *file, const void *data,
-                                         uint32_t len) {
+                                         uint32_t len) try {
     return replace_certificate(
         ReplaceRequest{__func__, cmd, true, index, uri, option, file, data, len});
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_crt_import(const char *uri, const void *data, uint32_t len,
-                                             uint32_t option) {
+                                             uint32_t option) try {
     return pta_invoke_replace_crt(PTA_DALU_CMD_REPLACE_CRT, 0, uri, option, nullptr, data, len);
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_ra_crt_import(const char *uri, const void *data, uint32_t len,
-                                                uint32_t option) {
+                                                uint32_t option) try {
     return pta_invoke_replace_ra_crt(PTA_DALU_CMD_REPLACE_RA_CRT, 0, uri, option, nullptr, data,
                                      len);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t option) {
+extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t option) try {
     if (index < FIRST_INDEX || index > LAST_INDEX) {
         return -1;
     }
@@ -59,13 +65,16 @@ extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t opti
         return pta_invoke_cmd(PTA_DALU_CMD_REPLACE_CRT, block);
     });
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
-                                        uint32_t option) {
+                                        uint32_t option) try {
     return in_session([&] { return pta_invoke_replace_crt_import(uri, data, len, option); });
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,
-                                           uint32_t option) {
+                                           uint32_t option) try {
     return in_session([&] { return pta_invoke_replace_ra_crt_import(uri, data, len, option); });
 }
+KARST_BOUNDARY(-1)

@@ -3,6 +3,8 @@
 // answers -1 without a message and without reaching the secure world.
 #include "karst.h"
 
+#include "boundary.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -141,7 +143,7 @@ constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
 } // namespace
 
 extern "C" void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4,
-                           uintptr_t a5, uintptr_t a6) {
+                           uintptr_t a5, uintptr_t a6) try {
     block[0] = a1;
     block[1] = a2;
     block[2] = a3;
@@ -149,22 +151,24 @@ extern "C" void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr
     block[3] = a5;
     block[5] = a6;
 }
+KARST_BOUNDARY_VOID
 
-extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) {
+extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) try {
     if (number <= FIRST_LEVEL_LAST && first_level[number] != nullptr) {
         return first_level[number](number, block);
     }
     return pta_invoke_cmd_default(number, block[1], block[4]);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4) {
+extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4) try {
     const uint32_t index = number - SECOND_LEVEL_FIRST; // unsigned: below 4 wraps far above 11
     if (index < SECOND_LEVEL_COUNT && second_level[index] != nullptr) {
         return second_level[index](number, word1, word4);
     }
     return -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_test_cmd(uintptr_t, uintptr_t) {
-    return -1;
-}
+extern "C" int pta_invoke_test_cmd(uintptr_t, uintptr_t) try { return -1; }
+KARST_BOUNDARY(-1)

@@ -1,6 +1,7 @@
 // Whole-file read, buffer write and bounded string copy, shared by the command routines.
 #include "karst.h"
 
+#include "boundary.hpp"
 #include "file_handle.hpp"
 #include "heap_buffer.hpp"
 #include "log.hpp"
@@ -17,7 +18,7 @@ constexpr size_t READ_CHUNK = 1024;
 
 } // namespace
 
-extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_out) {
+extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_out) try {
     karst::File file = karst::File::open(path, "rb");
     if (!file) {
         KARST_E("Failed to open file:%s\n", path);
@@ -62,8 +63,9 @@ extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_ou
     *buffer_out = buffer.release();
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int writebin(const char *path, const void *buffer, uint32_t size) {
+extern "C" int writebin(const char *path, const void *buffer, uint32_t size) try {
     karst::File file = karst::File::open(path, "wb");
     if (!file) {
         KARST_E("Failed to open file:%s\n", path);
@@ -74,8 +76,9 @@ extern "C" int writebin(const char *path, const void *buffer, uint32_t size) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" void xstrcpy(char *destination, const char *source, int capacity) {
+extern "C" void xstrcpy(char *destination, const char *source, int capacity) try {
     const size_t length = std::strlen(source);
     if (capacity <= 0) {
         return; // no room even for the terminating zero
@@ -89,3 +92,4 @@ extern "C" void xstrcpy(char *destination, const char *source, int capacity) {
     }
     std::memcpy(destination, source, length + 1);
 }
+KARST_BOUNDARY_VOID

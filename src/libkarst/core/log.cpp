@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <new>
 
 namespace karst::log {
 namespace {
@@ -69,6 +70,16 @@ void dated(const char *kind, const char *file, int line, const char *fmt, ...) {
     std::vfprintf(stdout, fmt, ap);
     funlockfile(stdout);
     va_end(ap);
+}
+
+void exception(const char *func, int line) noexcept {
+    try {
+        throw;
+    } catch (const std::bad_alloc &) {
+        error(func, line, "out of memory\n");
+    } catch (...) {
+        error(func, line, "internal error\n");
+    }
 }
 
 } // namespace karst::log

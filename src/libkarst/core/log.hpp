@@ -17,6 +17,9 @@ void plain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // current time in seconds (hexadecimal), file the base name of the API's source file.
 void dated(const char *kind, const char *file, int line, const char *fmt, ...)
     __attribute__((format(printf, 4, 5)));
+// "[E:func:line] out of memory" for a std::bad_alloc, "[E:func:line] internal error" for any
+// other exception: the line of an exported call that an exception ended. Only inside a handler.
+void exception(const char *func, int line) noexcept;
 
 } // namespace karst::log
 

@@ -1,5 +1,6 @@
 #include "tee_session.hpp"
 
+#include "boundary.hpp"
 #include "karst.h"
 #include "log.hpp"
 
@@ -65,7 +66,7 @@ int context_fd() {
 
 using namespace karst::tee;
 
-extern "C" uint32_t pta_open_session(void) {
+extern "C" uint32_t pta_open_session(void) try {
     if (g_claimed.exchange(true, std::memory_order_acq_rel)) {
         KARST_I("pta_open_session: TEE is busy");
         return TEEC_ERROR_BUSY;
@@ -97,8 +98,9 @@ extern "C" uint32_t pta_open_session(void) {
     }
     return TEEC_SUCCESS;
 }
+KARST_BOUNDARY(TEEC_ERROR_GENERIC)
 
-extern "C" void pta_close_session(void) {
+extern "C" void pta_close_session(void) try {
     // Only the owner of an open session may close it; a stray close must not tear down a
     // context that another thread is still using or opening.
     if (!is_open()) {
@@ -107,3 +109,4 @@ extern "C" void pta_close_session(void) {
     TEEC_CloseSession(&g_session);
     finalize_context();
 }
+KARST_BOUNDARY_VOID

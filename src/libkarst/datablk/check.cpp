@@ -2,12 +2,13 @@
 // calls that trust its header.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/store.hpp"
 
 using namespace karst::datablk;
 
-extern "C" int pta20_datablk_check(const void *blk, uint32_t buffer_len) {
+extern "C" int pta20_datablk_check(const void *blk, uint32_t buffer_len) try {
     if (blk == nullptr) {
         return -1;
     }
@@ -35,3 +36,4 @@ extern "C" int pta20_datablk_check(const void *blk, uint32_t buffer_len) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

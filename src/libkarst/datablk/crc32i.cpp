@@ -5,6 +5,8 @@
 // crc32(~seed, ...).
 #include "karst.h"
 
+#include "core/boundary.hpp"
+
 #include <zlib.h>
 
 #include <algorithm>
@@ -28,7 +30,7 @@ uint32_t crc32_continue(uint32_t zlib_crc, const uint8_t *bytes, size_t len) {
 
 } // namespace
 
-extern "C" uint32_t crc32i(uint32_t crc, const void *buf, uint32_t len) {
+extern "C" uint32_t crc32i(uint32_t crc, const void *buf, uint32_t len) try {
     // No bytes (or nowhere to read them): the register as it stands, complemented. zlib would
     // answer 0 for a null buffer whatever the seed.
     if (buf == nullptr || len == 0) {
@@ -36,3 +38,4 @@ extern "C" uint32_t crc32i(uint32_t crc, const void *buf, uint32_t len) {
     }
     return crc32_continue(~crc, static_cast<const uint8_t *>(buf), len);
 }
+KARST_BOUNDARY(0)

@@ -1,6 +1,7 @@
 // Reading a key's value into a caller's buffer.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/klv.hpp"
 #include "datablk/store.hpp"
@@ -37,7 +38,7 @@ int blk_get(std::string_view name, uint8_t *data, uint32_t *len, const uint8_t *
 } // namespace
 
 extern "C" int pta20_datablk_get(uint32_t /*magic_id*/, const char *name, void *data, uint32_t *len,
-                                 const void *blk) {
+                                 const void *blk) try {
     if (name == nullptr || data == nullptr || len == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s, data = %p\n", name != nullptr ? name : "(null)",
                     data);
@@ -45,3 +46,4 @@ extern "C" int pta20_datablk_get(uint32_t /*magic_id*/, const char *name, void *
     }
     return blk_get(name, static_cast<uint8_t *>(data), len, static_cast<const uint8_t *>(blk));
 }
+KARST_BOUNDARY(-1)

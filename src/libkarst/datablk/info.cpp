@@ -1,12 +1,13 @@
 // Sizes and CRC of a block.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/store.hpp"
 
 using namespace karst::datablk;
 
-extern "C" int32_t pta20_datablk_get_info(const void *blk, int32_t opt) {
+extern "C" int32_t pta20_datablk_get_info(const void *blk, int32_t opt) try {
     if (blk == nullptr) {
         return -1;
     }
@@ -39,3 +40,4 @@ extern "C" int32_t pta20_datablk_get_info(const void *blk, int32_t opt) {
         return -1;
     }
 }
+KARST_BOUNDARY(-1)

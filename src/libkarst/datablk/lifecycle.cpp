@@ -1,6 +1,7 @@
 // Creating a block in a caller's buffer, and the end of its use.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/header.hpp"
 
@@ -8,7 +9,7 @@
 
 using namespace karst::datablk;
 
-extern "C" int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len) {
+extern "C" int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len) try {
     if (blk == nullptr || magic_id == 0 || len == 0) {
         return -1;
     }
@@ -23,8 +24,10 @@ extern "C" int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len) 
     datablk_store_crc(bytes);
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_datablk_destroy(uint32_t magic_id, void *blk, uint32_t len) {
+extern "C" int pta20_datablk_destroy(uint32_t magic_id, void *blk, uint32_t len) try {
     // The caller frees the buffer; nothing here belongs to the library.
     return blk == nullptr || magic_id == 0 || len == 0 ? -1 : 0;
 }
+KARST_BOUNDARY(-1)

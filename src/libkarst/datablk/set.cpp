@@ -1,6 +1,7 @@
 // Storing a value under a key, with the CRC refreshed. Every failure leaves the block as it was.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/klv.hpp"
 #include "datablk/store.hpp"
@@ -53,7 +54,7 @@ int blk_set(uint32_t magic_id, std::string_view name, const uint8_t *data, uint3
 } // namespace
 
 extern "C" int pta20_datablk_set(uint32_t magic_id, const char *name, const void *data,
-                                 uint32_t len, void *blk) {
+                                 uint32_t len, void *blk) try {
     if (name == nullptr || data == nullptr || blk == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s\n", name != nullptr ? name : "(null)");
         return -1;
@@ -61,3 +62,4 @@ extern "C" int pta20_datablk_set(uint32_t magic_id, const char *name, const void
     return blk_set(magic_id, name, static_cast<const uint8_t *>(data), len,
                    static_cast<uint8_t *>(blk));
 }
+KARST_BOUNDARY(-1)

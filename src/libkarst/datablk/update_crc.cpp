@@ -1,12 +1,13 @@
 // Refreshing the CRC of a block changed by other means.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "datablk/header.hpp"
 
 using namespace karst::datablk;
 
-extern "C" int pta20_datablk_update_crc(uint32_t /*magic_id*/, void *blk) {
+extern "C" int pta20_datablk_update_crc(uint32_t /*magic_id*/, void *blk) try {
     if (blk == nullptr) {
         return -1;
     }
@@ -20,3 +21,4 @@ extern "C" int pta20_datablk_update_crc(uint32_t /*magic_id*/, void *blk) {
     datablk_store_crc(bytes);
     return 0;
 }
+KARST_BOUNDARY(-1)

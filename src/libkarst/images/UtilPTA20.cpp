@@ -7,6 +7,7 @@
 #include "image_table.hpp"
 #include "progress_file.hpp"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/session_scope.hpp"
@@ -101,7 +102,7 @@ int bmc_active_dump() {
 
 } // namespace
 
-extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -115,8 +116,9 @@ extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, ui
                 static_cast<unsigned>(rc), left);
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -130,8 +132,9 @@ extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, 
                 static_cast<unsigned>(rc), left);
     return rc;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -153,8 +156,9 @@ extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, ui
     pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) {
+extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) try {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -169,8 +173,9 @@ extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) {
     pta20_args(block, img_id, img_flags, 0, 0, 0, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_FW_DELETE, block) == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -194,8 +199,9 @@ extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, 
     const int rc = pta_invoke_cmd(PTA_DALU_CMD_FW_UPDATE, block);
     return rc == 0 && dumps_ok ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) {
+int karst::images::progress_message(uint32_t img_id, uint32_t mode) {
     if (!word_ok(img_id)) {
         return -1;
     }
@@ -212,3 +218,8 @@ extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) {
     }
     return read_progress(path);
 }
+
+extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) try {
+    return progress_message(img_id, mode);
+}
+KARST_BOUNDARY(-1)

@@ -10,6 +10,7 @@
 
 #include "image_api.hpp"
 
+#include "core/boundary.hpp"
 #include "core/fault_injection.hpp"
 #include "core/log.hpp"
 
@@ -33,7 +34,8 @@ std::atomic_ref<int32_t> progress_of(img_update_ctx *ctx) {
 
 } // namespace
 
-extern "C" void *img_update_thread(void *arg) {
+// Nothing before the claim can throw; an exception after it ends the update as failed.
+extern "C" void *img_update_thread(void *arg) try {
     auto *ctx = static_cast<img_update_ctx *>(arg);
     if (ctx == nullptr) {
         return nullptr;
@@ -46,9 +48,13 @@ extern "C" void *img_update_thread(void *arg) {
     // The last touch of the context: from here on the caller may reuse or free it.
     state_of(ctx).store(result == 0 ? 0 : -1);
     return nullptr;
+} catch (...) {
+    log::exception(__func__, __LINE__);
+    state_of(static_cast<img_update_ctx *>(arg)).store(-1);
+    return nullptr;
 }
 
-extern "C" int pta20_img_update_async(img_update_ctx *ctx) {
+extern "C" int pta20_img_update_async(img_update_ctx *ctx) try {
     if (ctx == nullptr) {
         return -1;
     }
@@ -57,7 +63,7 @@ extern "C" int pta20_img_update_async(img_update_ctx *ctx) {
     if (!state_of(ctx).compare_exchange_strong(idle, IMG_UPD_QUEUED)) {
         return -1;
     }
-    if (pta20_img_updmsg(ctx->img, 1) != 0) {
+    if (progress_message(ctx->img, 1) != 0) {
         KARST_ERROR(IMAGE_API_FILE, "clean progress file failed\n");
         state_of(ctx).store(IMG_UPD_IDLE);
         return -1;
@@ -71,15 +77,21 @@ extern "C" int pta20_img_update_async(img_update_ctx *ctx) {
     }
     pthread_detach(thread);
     return 0;
+} catch (...) {
+    // Only the cleaning of the progress file, after the claim, can throw: the context is idle
+    // again.
+    log::exception(__func__, __LINE__);
+    state_of(ctx).store(IMG_UPD_IDLE);
+    return -1;
 }
 
-extern "C" int pta20_img_updprogress(img_update_ctx *ctx) {
+extern "C" int pta20_img_updprogress(img_update_ctx *ctx) try {
     if (ctx == nullptr) {
         return -1;
     }
     const int32_t state = state_of(ctx).load();
     if (state >= IMG_UPD_QUEUED) {
-        const int32_t p = pta20_img_updmsg(ctx->img, 0);
+        const int32_t p = progress_message(ctx->img, 0);
         if (p > progress_of(ctx).load()) {
             progress_of(ctx).store(std::min(p, PROGRESS_CEILING));
         }
@@ -88,3 +100,4 @@ extern "C" int pta20_img_updprogress(img_update_ctx *ctx) {
     }
     return progress_of(ctx).load();
 }
+KARST_BOUNDARY(-1)

@@ -2,6 +2,7 @@
 // the BIOS flash's 3- or 4-byte address mode, switched by a CPLD register write.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/session_scope.hpp"
 #include "core/shared_buffer.hpp"
@@ -10,7 +11,7 @@
 
 using namespace karst;
 
-extern "C" int pta_invoke_fpga_ready(uint32_t cmd) {
+extern "C" int pta_invoke_fpga_ready(uint32_t cmd) try {
     uint32_t origin = 0;
     const TEEC_Result res = tee::invoke_without_operation(cmd, origin);
     if (res != TEEC_SUCCESS) {
@@ -19,16 +20,18 @@ extern "C" int pta_invoke_fpga_ready(uint32_t cmd) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_fpga_ready(void) {
+extern "C" int pta20_fpga_ready(void) try {
     tee::SessionScope session;
     if (!session.open()) {
         return -1;
     }
     return pta_invoke_fpga_ready(PTA_DALU_CMD_FPGA_READY) == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_bios_set4Byte(uint32_t enable) {
+extern "C" int pta20_bios_set4Byte(uint32_t enable) try {
     // The serial flash opcodes: 0xB7 enters 4-byte address mode, 0xE9 leaves it. The register
     // write splits its text in place, so it gets a copy of its own.
     char request[8];
@@ -41,3 +44,4 @@ extern "C" int pta20_bios_set4Byte(uint32_t enable) {
     pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>(request), 0, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_CPLD_REGW, block) == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

@@ -6,6 +6,7 @@
 #include "image_table.hpp"
 #include "key_lists.hpp"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -30,7 +31,7 @@ struct KeyFile {
 } // namespace
 
 extern "C" int pta_invoke_fw_auth_dblk(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
-                                       uint32_t size) {
+                                       uint32_t size) try {
     const uint32_t type = img_type(img_id);
     const img_key_list *keys = key_list(type);
     if (keys == nullptr) {
@@ -108,3 +109,4 @@ extern "C" int pta_invoke_fw_auth_dblk(uint32_t, uint32_t img_id, uint32_t img_f
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

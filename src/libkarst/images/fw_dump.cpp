@@ -4,6 +4,7 @@
 
 #include "image_table.hpp"
 
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/mapping.hpp"
@@ -26,7 +27,7 @@ bool dumpable(uint32_t type) {
 } // namespace
 
 extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
-                                  uint32_t size) {
+                                  uint32_t size) try {
     const img_entry *pimg = image_slot(img_id);
     if (!dumpable(img_type(img_id)) || pimg == nullptr || pimg->kind != IMG_KIND_FILE) {
         return -1;
@@ -80,8 +81,9 @@ extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags,
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flags, void *) {
+extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flags, void *) try {
     const uint32_t type = img_type(img_id);
     const uint32_t index = img_index(img_id);
     if (type > IMG_TYPE_CPLD || (index != IMG_IDX_STAGING && index != IMG_IDX_BACKUP)) {
@@ -96,3 +98,4 @@ extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flag
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

@@ -5,6 +5,7 @@
 #include "image_map.hpp"
 #include "image_table.hpp"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -43,16 +44,19 @@ int send_image(const char *func, uint32_t command, bool pass_code, uint32_t img_
 } // namespace
 
 extern "C" int pta_invoke_fw_auth(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
-                                  uint32_t size) {
+                                  uint32_t size) try {
     return send_image(__func__, PTA_DALU_CMD_FW_AUTH, false, img_id, img_flags, arg, size);
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_fw_upload(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
-                                    uint32_t size) {
+                                    uint32_t size) try {
     return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_fw_update(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
-                                    uint32_t size) {
+                                    uint32_t size) try {
     return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
 }
+KARST_BOUNDARY(-1)

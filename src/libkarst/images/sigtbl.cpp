@@ -2,6 +2,7 @@
 // signature blocks and signatures handed back to the caller. Only the version is checked.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 
 namespace {
@@ -25,7 +26,7 @@ class Words {
 
 } // namespace
 
-extern "C" int dalu_parse_sigtbl(const uint32_t *table, sig_block *blocks, sig_entry *sigs) {
+extern "C" int dalu_parse_sigtbl(const uint32_t *table, sig_block *blocks, sig_entry *sigs) try {
     if (table == nullptr || blocks == nullptr || sigs == nullptr) {
         return -1;
     }
@@ -91,3 +92,4 @@ extern "C" int dalu_parse_sigtbl(const uint32_t *table, sig_block *blocks, sig_e
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

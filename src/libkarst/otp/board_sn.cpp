@@ -2,11 +2,12 @@
 // by the secure world.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
 extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf,
-                                        uint32_t size) {
+                                        uint32_t size) try {
     using namespace karst::tee;
 
     if (out_word == nullptr) {
@@ -33,9 +34,10 @@ extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, void *buf,
-                                           uint32_t size) {
+                                           uint32_t size) try {
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }
@@ -43,10 +45,12 @@ extern "C" int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, voi
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_otp_board_sn_get(uint32_t *out_word, void *buf, uint32_t size) {
+extern "C" int pta20_otp_board_sn_get(uint32_t *out_word, void *buf, uint32_t size) try {
     if (out_word == nullptr || buf == nullptr || size == 0) {
         return -1;
     }
     return pta_invoke_otp_get_board_sn(PTA_DALU_CMD_BOARD_SN_GET, out_word, buf, size);
 }
+KARST_BOUNDARY(-1)

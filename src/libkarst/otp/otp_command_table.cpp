@@ -2,6 +2,7 @@
 // the entry its main program calls.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 
 #include <cstring>
@@ -13,15 +14,16 @@ const otp_command cmd_otp[OTP_COMMAND_COUNT] = {
     {"prog_usr", otp_prog_usr}, {"getsn", otp_get_sn},
 };
 
-int32_t usage(void) {
+int32_t usage(void) try {
     KARST_PRINT("usage:\n");
     KARST_PRINT("otp getkey <keyid> <output>\n");
     KARST_PRINT("otp prog_usr <offset> <data>\n");
     KARST_PRINT("otp getsn <offset> <data>\n");
     return -1;
 }
+KARST_BOUNDARY(-1)
 
-int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) {
+int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) try {
     if (argc < 1 || argv == nullptr || argv[0] == nullptr) {
         return usage();
     }
@@ -32,10 +34,12 @@ int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) {
     }
     return usage();
 }
+KARST_BOUNDARY(-1)
 
-int32_t otp_main(int32_t argc, char **argv) {
+int32_t otp_main(int32_t argc, char **argv) try {
     pta_invoke_cmd_otp(argc, argv);
     return 0;
 }
+KARST_BOUNDARY(0)
 
 } // extern "C"

@@ -2,6 +2,7 @@
 // sub-command's name; operands beyond those it names are ignored.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
@@ -24,15 +25,13 @@ uint32_t hex_operand(const char *text) {
 
 extern "C" {
 
-int32_t otp_ver(int32_t, char **) {
-    return 0;
-}
+int32_t otp_ver(int32_t, char **) try { return 0; }
+KARST_BOUNDARY(-1)
 
-int32_t otp_read(int32_t, char **) {
-    return 0;
-}
+int32_t otp_read(int32_t, char **) try { return 0; }
+KARST_BOUNDARY(-1)
 
-int32_t otp_get_key(int32_t argc, char **argv) {
+int32_t otp_get_key(int32_t argc, char **argv) try {
     if (argc < 2) {
         return usage();
     }
@@ -46,8 +45,9 @@ int32_t otp_get_key(int32_t argc, char **argv) {
     writebin(argv[1], key.data(), KEY_BUFFER_SIZE);
     return rc;
 }
+KARST_BOUNDARY(-1)
 
-int32_t otp_prog_usr(int32_t argc, char **argv) {
+int32_t otp_prog_usr(int32_t argc, char **argv) try {
     if (argc < 2) {
         return usage();
     }
@@ -58,8 +58,9 @@ int32_t otp_prog_usr(int32_t argc, char **argv) {
     }
     return pta_invoke_otp_prog_usr(PTA_DALU_CMD_OTP_PROG_USR, offset, data.data(), data.size());
 }
+KARST_BOUNDARY(-1)
 
-int32_t otp_get_sn(int32_t, char **) {
+int32_t otp_get_sn(int32_t, char **) try {
     uint32_t word = 0;
     char serial[SERIAL_BUFFER_SIZE] = {};
     const int rc =
@@ -70,5 +71,6 @@ int32_t otp_get_sn(int32_t, char **) {
     }
     return rc;
 }
+KARST_BOUNDARY(-1)
 
 } // extern "C"

@@ -2,6 +2,7 @@
 // registered as it is and the secure world reads or writes it in place.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -39,18 +40,25 @@ template <typename Body> int in_session(Body body) {
 
 } // namespace
 
-extern "C" int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size) {
+extern "C" int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf,
+                                        uint32_t size) try {
     return invoke_with_memory(__func__, cmd, key_id, buf, size);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len) {
+extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
+                                         uint32_t len) try {
     return invoke_with_memory(__func__, cmd, offset, data, len);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size) {
+extern "C" int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size) try {
     return in_session([&] { return __pta_invoke_otp_get_key(cmd, key_id, buf, size); });
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data, uint32_t len) {
+extern "C" int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
+                                       uint32_t len) try {
     return in_session([&] { return __pta_invoke_otp_prog_usr(cmd, offset, data, len); });
 }
+KARST_BOUNDARY(-1)

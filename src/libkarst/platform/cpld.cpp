@@ -2,6 +2,7 @@
 // Registers and values are single bytes given as command-line texts.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 
@@ -21,7 +22,7 @@ uint8_t parse_byte(const char *text) {
 
 } // namespace
 
-extern "C" int pta_invoke_cpld_regr(uint32_t number, char *text) {
+extern "C" int pta_invoke_cpld_regr(uint32_t number, char *text) try {
     using namespace karst::tee;
     if (text == nullptr) {
         return -1;
@@ -58,8 +59,9 @@ extern "C" int pta_invoke_cpld_regr(uint32_t number, char *text) {
     KARST_PRINT("Read CPLD Reg[%02X] = %02X\n", reg, out.data()[0]);
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_cpld_regw(uint32_t number, char *text) {
+extern "C" int pta_invoke_cpld_regw(uint32_t number, char *text) try {
     using namespace karst::tee;
     // register=value, split as a name=value text: leading "=" skipped, the value is the rest.
     char *reg_text = text;
@@ -106,3 +108,4 @@ extern "C" int pta_invoke_cpld_regw(uint32_t number, char *text) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)

@@ -3,6 +3,7 @@
 #include "karst.h"
 
 #include "config_line.hpp"
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/tee_session.hpp"
@@ -20,7 +21,7 @@ constexpr size_t FW_INVT_FIELD = 64;
 
 } // namespace
 
-extern "C" int pta20_import_fw_invt_tavo(const char *path) {
+extern "C" int pta20_import_fw_invt_tavo(const char *path) try {
     if (path == nullptr) {
         KARST_NAMED("open %s fail \n", "(null)");
         return -1;
@@ -72,3 +73,4 @@ extern "C" int pta20_import_fw_invt_tavo(const char *path) {
     pta_close_session();
     return whole && unlocked ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

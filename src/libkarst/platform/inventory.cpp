@@ -3,6 +3,7 @@
 // back to while no session can be opened.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shared_buffer.hpp"
@@ -44,7 +45,7 @@ bool share_name(karst::tee::SharedBuffer &buffer, const char *name, const char *
 
 } // namespace
 
-extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t size) {
+extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t size) try {
     using namespace karst::tee;
 
     if (name == nullptr) {
@@ -88,8 +89,9 @@ extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t s
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uint32_t size) {
+extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uint32_t size) try {
     using namespace karst::tee;
 
     if (name == nullptr) {
@@ -129,12 +131,14 @@ extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uin
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_inventory_get(uint32_t, char *text) {
+extern "C" int pta_invoke_inventory_get(uint32_t, char *text) try {
     return _pta_invoke_inventory_get(text, nullptr, 0);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_inventory_set(uint32_t, char *text) {
+extern "C" int pta_invoke_inventory_set(uint32_t, char *text) try {
     karst::NameValue nv;
     if (!karst::split_name_value(text, nv)) {
         KARST_E("Argument must be in name=value format\n");
@@ -143,8 +147,9 @@ extern "C" int pta_invoke_inventory_set(uint32_t, char *text) {
     const auto size = nv.value != nullptr ? static_cast<uint32_t>(std::strlen(nv.value) + 1) : 0u;
     return _pta_invoke_inventory_set(nv.name, nv.value, size);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size) {
+extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size) try {
     if (name == nullptr || buffer == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s, data = %p\n", name ? name : "(null)",
                     static_cast<void *>(buffer));
@@ -178,8 +183,9 @@ extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size
     write_config(inventory_file().c_str(), name, buffer, size);
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t size) {
+extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t size) try {
     if (name == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s\n", "(null)");
         return -1;
@@ -192,3 +198,4 @@ extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t 
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

@@ -5,6 +5,7 @@
 
 #include "byte_builder.hpp"
 #include "config_line.hpp"
+#include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
@@ -55,7 +56,7 @@ bool write_all(int fd, const char *data, size_t size, off_t offset) {
 
 } // namespace
 
-extern "C" int read_config(const char *path, const char *key, char *out, uint32_t out_size) {
+extern "C" int read_config(const char *path, const char *key, char *out, uint32_t out_size) try {
     if (path == nullptr || key == nullptr) {
         return -1;
     }
@@ -93,9 +94,10 @@ extern "C" int read_config(const char *path, const char *key, char *out, uint32_
     }
     return result;
 }
+KARST_BOUNDARY(-1)
 
 extern "C" int write_config(const char *path, const char *key, const char *value,
-                            uint32_t value_size) {
+                            uint32_t value_size) try {
     if (path == nullptr || key == nullptr) {
         return -1;
     }
@@ -202,3 +204,4 @@ extern "C" int write_config(const char *path, const char *key, const char *value
     }
     return written ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

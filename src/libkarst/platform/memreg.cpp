@@ -2,6 +2,7 @@
 // (command 18). Each register is printed with its address; the first value can be handed back.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 #include "core/tee_session.hpp"
@@ -29,7 +30,7 @@ uint32_t word_at(const uint8_t *data, uint32_t index) {
 
 } // namespace
 
-extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, uint32_t *out) {
+extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, uint32_t *out) try {
     using namespace karst::tee;
 
     if (address_text == nullptr) {
@@ -83,12 +84,14 @@ extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, 
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_memreg_get(uint32_t, const char *address_text, uint32_t count) {
+extern "C" int pta_invoke_memreg_get(uint32_t, const char *address_text, uint32_t count) try {
     return _pta_invoke_memreg_get(address_text, count, nullptr);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32_t *out) {
+extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32_t *out) try {
     if (count > MEMREG_EXPORTED_MAX) {
         KARST_PRINT("invalid read len!\n");
         return -1;
@@ -100,3 +103,4 @@ extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)

@@ -1,6 +1,7 @@
 // U-Boot environment variables, kept by the secure world and reached through commands 4 and 5.
 #include "karst.h"
 
+#include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 #include "core/tee_session.hpp"
@@ -15,7 +16,7 @@ constexpr size_t UBOOTENV_VALUE_SIZE = 32768;
 
 } // namespace
 
-extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t out_size) {
+extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t out_size) try {
     using namespace karst::tee;
 
     if (name == nullptr) {
@@ -71,8 +72,9 @@ extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t ou
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int _pta_invoke_ubootenv_set(const char *name, const char *value) {
+extern "C" int _pta_invoke_ubootenv_set(const char *name, const char *value) try {
     using namespace karst::tee;
 
     if (name == nullptr) {
@@ -123,12 +125,14 @@ extern "C" int _pta_invoke_ubootenv_set(const char *name, const char *value) {
     }
     return 0;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_ubootenv_get(uint32_t, char *text) {
+extern "C" int pta_invoke_ubootenv_get(uint32_t, char *text) try {
     return _pta_invoke_ubootenv_get(text, nullptr, 0);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_ubootenv_set(uint32_t, char *text) {
+extern "C" int pta_invoke_ubootenv_set(uint32_t, char *text) try {
     if (text == nullptr || std::strchr(text, '=') == nullptr) {
         KARST_E("Argument must be in name=value format\n");
         return -1;
@@ -146,8 +150,9 @@ extern "C" int pta_invoke_ubootenv_set(uint32_t, char *text) {
     }
     return _pta_invoke_ubootenv_set(name, value);
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_ubootenv_get(const char *name, char *buffer, uint32_t size) {
+extern "C" int pta20_ubootenv_get(const char *name, char *buffer, uint32_t size) try {
     if (name == nullptr || buffer == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s, data = %p\n", name ? name : "(null)",
                     static_cast<void *>(buffer));
@@ -160,8 +165,9 @@ extern "C" int pta20_ubootenv_get(const char *name, char *buffer, uint32_t size)
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
 
-extern "C" int pta20_ubootenv_set(const char *name, const char *value) {
+extern "C" int pta20_ubootenv_set(const char *name, const char *value) try {
     if (name == nullptr) {
         KARST_PRINT("Invalid arguments: name = %s\n", "(null)");
         return -1;
@@ -173,3 +179,4 @@ extern "C" int pta20_ubootenv_set(const char *name, const char *value) {
     pta_close_session();
     return rc == 0 ? 0 : -1;
 }
+KARST_BOUNDARY(-1)
