@@ -9,7 +9,6 @@ constexpr int KINDS = static_cast<int>(Kind::count_);
 
 std::atomic<int> g_kind{-1}; // armed kind, -1 when disarmed
 std::atomic<std::size_t> g_nth{0};
-std::atomic<bool> g_forever{false};
 std::atomic<bool> g_fired{false};
 std::atomic<int> g_fired_kind{0};
 std::atomic<std::size_t> g_seen[KINDS];
@@ -27,7 +26,7 @@ bool inject(Kind kind) {
     }
     const std::size_t n = armed == 0 ? any : armed == static_cast<int>(kind) ? mine : 0;
     const std::size_t nth = g_nth.load();
-    if (n == nth || (g_forever.load() && n > nth)) {
+    if (n == nth) {
         if (!g_fired.exchange(true)) {
             g_fired_kind.store(static_cast<int>(kind));
         }
@@ -41,7 +40,7 @@ void track(Kind kind, int delta) {
 }
 #endif
 
-void arm(Kind kind, std::size_t nth, bool forever) {
+void arm(Kind kind, std::size_t nth) {
     g_kind.store(-1);
     for (auto &s : g_seen) {
         s.store(0);
@@ -49,17 +48,12 @@ void arm(Kind kind, std::size_t nth, bool forever) {
     g_fired.store(false);
     g_fired_kind.store(0);
     g_nth.store(nth);
-    g_forever.store(forever);
     g_kind.store(static_cast<int>(kind));
 }
 
 void disarm() {
     arm(Kind::any, 0);
     g_kind.store(-1);
-}
-
-std::size_t seen(Kind kind) {
-    return g_seen[static_cast<int>(kind)].load();
 }
 
 bool fired() {

@@ -32,12 +32,10 @@ constexpr bool inject(Kind) {
 constexpr void track(Kind, int) {}
 #endif
 
-// Test side. Fails the nth acquisition of kind from now on (1: the next one); with forever,
-// every later one of that kind too. arm() also restarts the counts.
-void arm(Kind kind, std::size_t nth, bool forever = false);
+// Test side. Fails the nth acquisition of kind from now on (1: the next one; Kind::any counts
+// every acquisition). arm() also restarts the counts.
+void arm(Kind kind, std::size_t nth);
 void disarm();
-// Acquisitions of kind seen since the last arm() or disarm().
-std::size_t seen(Kind kind);
 // Whether an armed failure has been delivered, and the kind of the acquisition that failed.
 bool fired();
 Kind fired_kind();
