@@ -1,5 +1,4 @@
 // Every acquisition of the image calls, failed in turn.
-#include "core/fault_injection.hpp"
 #include "support/fault_sweep.hpp"
 #include "support/image_files.hpp"
 #include "support/sweep_session.hpp"
@@ -108,9 +107,7 @@ TEST_F(ImageSweepTest, ImageCalls) {
          .failure_results = {-1, INVOKE_FAILED}},
         {.name = "pta20_bios_set4Byte", .call = [] { return pta20_bios_set4Byte(1); }},
     };
-    for (const SweepCall &c : calls) {
-        EXPECT_GT(sweep_failures(c), 0u) << c.name << " reaches no acquisition";
-    }
+    sweep_each(calls);
 }
 
 // The asynchronous update: a failure in the starting call or in the update thread ends with the

@@ -192,6 +192,12 @@ std::size_t sweep_failures(const SweepCall &c) {
     return points;
 }
 
+void sweep_each(const std::vector<SweepCall> &calls) {
+    for (const SweepCall &c : calls) {
+        EXPECT_GT(sweep_failures(c), 0u) << c.name << " reaches no acquisition";
+    }
+}
+
 std::size_t swept_points() {
     return g_points;
 }

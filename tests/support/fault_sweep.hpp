@@ -27,6 +27,9 @@ struct SweepCall {
 // Returns the number of failure points.
 std::size_t sweep_failures(const SweepCall &c);
 
+// Sweeps every call of a table; each must reach at least one acquisition.
+void sweep_each(const std::vector<SweepCall> &calls);
+
 // Failure points swept so far in this process.
 std::size_t swept_points();
 
