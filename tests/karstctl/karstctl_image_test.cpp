@@ -31,19 +31,11 @@ struct TerminalRun {
 
 TerminalRun run_on_terminal(const std::vector<std::string> &args,
                             const std::function<bool(pid_t, const std::string &)> &on_output) {
-    std::vector<std::string> words = karstctl_command();
-    words.insert(words.end(), args.begin(), args.end());
     int master = -1;
     std::fflush(nullptr);
     const pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
     if (pid == 0) {
-        std::vector<char *> argv;
-        for (std::string &word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
+        exec_karstctl(args);
     }
     TerminalRun run;
     bool acted = false;

@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 namespace karst::test {
+namespace {
 
+// The command line that starts karstctl: the cross-compiling emulator's words, then the program.
 std::vector<std::string> karstctl_command() {
     std::vector<std::string> words;
     const std::string emulator = KARST_TEST_CROSS_EMULATOR; // words joined by '|'
@@ -26,9 +28,21 @@ std::vector<std::string> karstctl_command() {
     return words;
 }
 
-ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args) {
+} // namespace
+
+void exec_karstctl(const std::vector<std::string> &args) {
     std::vector<std::string> words = karstctl_command();
     words.insert(words.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+}
+
+ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args) {
     const std::string out_path = root + "/karstctl.out";
     const std::string err_path = root + "/karstctl.err";
 
@@ -40,13 +54,7 @@ ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &ar
         if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) {
             _exit(126);
         }
-        std::vector<char *> argv;
-        for (std::string &word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
+        exec_karstctl(args);
     }
     ToolRun run;
     int wstatus = 0;

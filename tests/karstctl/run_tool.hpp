@@ -15,7 +15,7 @@ struct ToolRun {
 
 ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args);
 
-// The command line that starts karstctl: the emulator's words, then the program.
-std::vector<std::string> karstctl_command();
+// In a child process: replaces it with karstctl and args (exit status 127 when that fails).
+[[noreturn]] void exec_karstctl(const std::vector<std::string> &args);
 
 } // namespace karst::test
