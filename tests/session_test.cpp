@@ -112,15 +112,30 @@ TEST_F(SessionTest, OtherFailuresAreNotRetriedAndLeaveItClosed) {
     }
 }
 
-TEST_F(SessionTest, OfTwoThreadsOpeningTogetherExactlyOneWins) {
+// Of two threads that open together exactly one wins; only that one can close what it opened.
+TEST_F(SessionTest, OfTwoThreadsOpeningTogetherExactlyOneWinsAndOnlyItCloses) {
     for (int round = 0; round < 100; ++round) {
         std::atomic<int> ready{0};
+        std::atomic<int> opened{0};
         uint32_t results[2] = {};
+        bool open_after_stray_close = false;
         auto opener = [&](int i) {
             ready.fetch_add(1);
             while (ready.load() < 2) {
             }
             results[i] = pta_open_session();
+            opened.fetch_add(1);
+            while (opened.load() < 2) {
+            }
+            if (results[i] != 0) {
+                pta_close_session(); // the loser's close must not end the winner's session
+                opened.fetch_add(1);
+            } else {
+                while (opened.load() < 3) {
+                }
+                open_after_stray_close = karst::tee::is_open();
+                pta_close_session();
+            }
         };
         capture_stdout([&] {
             std::thread a(opener, 0), b(opener, 1);
@@ -130,7 +145,8 @@ TEST_F(SessionTest, OfTwoThreadsOpeningTogetherExactlyOneWins) {
         ASSERT_TRUE((results[0] == 0 && results[1] == BUSY) ||
                     (results[0] == BUSY && results[1] == 0))
             << "round " << round << ": " << std::hex << results[0] << " " << results[1];
-        pta_close_session();
+        ASSERT_TRUE(open_after_stray_close) << "round " << round;
+        ASSERT_FALSE(karst::tee::is_open());
     }
 }
 

@@ -81,9 +81,15 @@ TEST_F(BlkGetTest, RefusalsLeaveAnEarlierFileAsItWas) {
     }
     EXPECT_EQ(read_file(file()), before);
 
-    // The file cannot be opened: a message without the error prefix.
+    // The file cannot be made: a message without the error prefix; a directory in its place is
+    // refused with the reason instead.
     std::filesystem::remove(file());
     std::filesystem::create_directory(file());
+    EXPECT_EQ(get(0, 0, "kept", out), -1);
+    EXPECT_TRUE(matches(out, R"(\[E:pta_invoke_blk_get:\d+\] Refused )" + re_escape(file()) +
+                                 ": a directory is in the way\n"));
+    std::filesystem::remove(file());
+    std::filesystem::remove_all(path("/tmp"));
     EXPECT_EQ(get(0, 0, "kept", out), -1);
     EXPECT_EQ(out, "Failed to open file (" + file() + ")\n");
 }

@@ -8,7 +8,9 @@
 #include "attestation/nonce.hpp"
 #include "attestation/ree_data_tool.hpp"
 #include "attestation/spdm_evidence.hpp"
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
+#include "core/file_bytes.hpp"
 #include "core/file_handle.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
@@ -17,8 +19,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -27,20 +27,20 @@ constexpr int REE_DATA_VERSION = 1;
 constexpr size_t KEY_FIELD = 64;
 constexpr char SPDM_EVIDENCE_KEY[] = "SPDMDevInvt_v1_klvs";
 
-struct FreeDeleter {
-    void operator()(uint8_t *p) const { std::free(p); }
-};
-
-// Writes the block as sent; neither failure stops the dump.
+// Writes the block as sent, into a file created fresh; neither failure stops the dump.
 void keep_copy(const karst::HeapBuffer &block) {
     const std::string path = karst::platform_path(karst::att::ATT_DUMP_COPY);
-    karst::File file = karst::File::open(path.c_str(), "wb");
+    karst::board::Stream file =
+        karst::board::create_stream(karst::att::ATT_DUMP_COPY, "wb", KARST_SITE);
     if (!file) {
+        if (file.reported()) {
+            return;
+        }
         KARST_E("Failed to open dump file for writing: %s\n", path.c_str());
         return;
     }
     const size_t written = std::fwrite(block.data(), 1, block.size(), file.get());
-    if (!file.close() || written != block.size()) {
+    if (!file.file.close() || written != block.size()) {
         KARST_E("Partial write to dump file: %s (written: %zu, expected: %zu)\n", path.c_str(),
                 written, block.size());
     }
@@ -71,16 +71,17 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
 
     // The block exists only when the REE data archive does.
     HeapBuffer block;
-    std::unique_ptr<uint8_t, FreeDeleter> archive;
-    const std::string archive_path = platform_path(att::REE_DATA_ARCHIVE);
-    if (::access(archive_path.c_str(), F_OK) == 0) {
-        uint8_t *raw = nullptr;
-        uint32_t archive_size = 0;
-        if (readbin(archive_path.c_str(), &raw, &archive_size) != 0) {
-            KARST_E("Failed to read file %s\n", archive_path.c_str());
+    FileBytes archive;
+    const board::Found found =
+        archive.read_board(att::REE_DATA_ARCHIVE, KARST_SITE, FileBytes::Missing::quiet);
+    if (found != board::Found::missing) {
+        if (found == board::Found::refused) {
             return -1;
         }
-        archive.reset(raw);
+        if (found != board::Found::ok) {
+            KARST_E("Failed to read file %s\n", platform_path(att::REE_DATA_ARCHIVE).c_str());
+            return -1;
+        }
         if (!block.allocate(BLOCK_SIZE, true)) {
             KARST_E("Failed to malloc space for datablk\n");
             return -1;
@@ -88,8 +89,8 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
         pta20_datablk_create(DATABLK_MAGIC_ATT, block.data(), BLOCK_SIZE);
         char key[KEY_FIELD];
         std::snprintf(key, sizeof key, "ReeData_v%d_tgz", REE_DATA_VERSION);
-        if (pta20_datablk_set(DATABLK_MAGIC_ATT, key, archive.get(), archive_size, block.data()) !=
-            0) {
+        if (pta20_datablk_set(DATABLK_MAGIC_ATT, key, archive.data(), archive.size(),
+                              block.data()) != 0) {
             KARST_E("Failed to set key[%s]\n", key);
             return -1;
         }

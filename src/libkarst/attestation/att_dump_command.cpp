@@ -3,6 +3,7 @@
 // to "/tmp/attestation/attd_<digest info>_<nonce>.bin", the only file left in that directory.
 #include "karst.h"
 
+#include "attestation/attestation_dir.hpp"
 #include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
 #include "attestation/digest_info.hpp"
@@ -12,10 +13,8 @@
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shared_buffer.hpp"
-#include "core/shell.hpp"
 
 #include <cstring>
-#include <sys/stat.h>
 
 namespace {
 
@@ -99,20 +98,19 @@ extern "C" int _pta_invoke_att_dump(uint32_t, const char *nonce, const void *blo
         return -1;
     }
 
-    const std::string dir = platform_path(att::ATTESTATION_DIR);
-    struct stat st {};
-    if (::stat(dir.c_str(), &st) == 0) {
-        shell::run("rm -rf " + shell::quote(dir) + "/*");
-    } else if (::mkdir(dir.c_str(), 0777) != 0) {
-        KARST_E("Failed to create path (%s)\n", dir.c_str());
+    if (!att::fresh_attestation_dir(KARST_SITE)) {
         return -1;
     }
 
-    const std::string path = platform_path(att::bounded(
-        std::string(att::ATTESTATION_DIR) + "/attd_" + *digest_text + "_" + nonce + ".bin",
-        RESULT_PATH_FIELD));
-    File file = File::open(path.c_str(), "w+");
+    const std::string board_path = att::bounded(std::string(att::ATTESTATION_DIR) + "/attd_" +
+                                                    *digest_text + "_" + nonce + ".bin",
+                                                RESULT_PATH_FIELD);
+    const std::string path = platform_path(board_path);
+    const board::Stream file = board::create_stream(board_path, "w+", KARST_SITE);
     if (!file) {
+        if (file.reported()) {
+            return -1;
+        }
         KARST_E("Failed to open file (%s)\n", path.c_str());
         return -1;
     }

@@ -3,6 +3,7 @@
 #include "karst.h"
 
 #include "attestation/board_paths.hpp"
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -65,8 +66,12 @@ extern "C" int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t valu
 
     // The whole buffer is written, whatever the secure world filled.
     const std::string path = karst::platform_path(karst::att::DATABLK_FILE);
-    karst::File file = karst::File::open(path.c_str(), "w+");
+    const karst::board::Stream file =
+        karst::board::create_stream(karst::att::DATABLK_FILE, "w+", KARST_SITE);
     if (!file) {
+        if (file.reported()) {
+            return -1;
+        }
         KARST_PRINT("Failed to open file (%s)\n", path.c_str());
         return -1;
     }

@@ -17,6 +17,8 @@ constexpr char DATABLK_FILE[] = "/tmp/datablk.bin";
 constexpr char RA_ARCHIVE_DIR[] = "/nv1";
 constexpr char RA_ARCHIVE_NAME[] = "ra_data.tgz";
 constexpr char RA_DATA_NAME[] = "ra_data.bin";
+// Written into ATTESTATION_DIR by other software; bytes 7 to 14 are the RA_TID.
+constexpr char RA_UID_NAME[] = "ra_uid";
 // What the controller's SPDM software saved in its boot-time run.
 constexpr char SPDM_CERT_CHAINS_DIR[] = "/tmp/spdm/aoc/boot_run/spdm_saved_cert_chains";
 constexpr char SPDM_MEASUREMENTS_DIR[] = "/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins";

@@ -1,15 +1,34 @@
 // Opening an evidence directory, and the file name rules of the evidence directories.
 #pragma once
 
+#include "core/board_files.hpp"
 #include "core/file_handle.hpp"
 
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace karst::att {
 
-inline Directory open_directory(const std::string &path) {
-    return Directory(directory_open(path.c_str()));
+// The listing of the directory at a board path, when it passes the checks of board_files.hpp
+// (found tells how the open went; a refusal has printed its line at site).
+inline Directory open_directory(std::string_view board_dir, log::Site site, board::Found &found) {
+    board::Opened dir = board::open_directory(board_dir, site);
+    found = dir.found;
+    if (!dir) {
+        return Directory();
+    }
+    DIR *listing = ::fdopendir(dir.fd.get());
+    if (listing != nullptr) {
+        dir.fd.release();
+    }
+    return Directory(listing);
+}
+
+// Whether the entry of the open listing is a plain file (not evidence of a subdirectory).
+inline bool plain_file(DIR *listing, const char *name) {
+    struct stat st {};
+    return ::fstatat(::dirfd(listing), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
 }
 
 // Hidden entries (".", ".." and names beginning with '.') are never evidence.

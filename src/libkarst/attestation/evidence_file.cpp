@@ -1,6 +1,7 @@
 #include "evidence_file.hpp"
 
-#include "core/file_handle.hpp"
+#include "core/board_files.hpp"
+#include "core/run_root.hpp"
 
 #include <cstdint>
 #include <fcntl.h>
@@ -9,23 +10,35 @@
 
 namespace karst::att {
 
-EvidenceRead read_evidence_file(const std::string &path, HeapBuffer &content) {
-    Fd fd(fd_open(path.c_str(), O_RDONLY));
-    if (!fd) {
-        return EvidenceRead::open_failed;
+EvidenceRead read_evidence_file(std::string_view board_path, const char *kind, HeapBuffer &content,
+                                log::Site site, bool report_missing) {
+    const board::Opened file = board::open_file(board_path, O_RDONLY, site);
+    const std::string path = platform_path(board_path);
+    if (file.found == board::Found::refused) {
+        return EvidenceRead::skipped;
+    }
+    if (!file) {
+        if (file.found == board::Found::missing && !report_missing) {
+            return EvidenceRead::missing;
+        }
+        KARST_E_AT(site, "Failed to open %s file: %s\n", kind, path.c_str());
+        return EvidenceRead::skipped;
     }
     struct stat st {};
-    if (::fstat(fd.get(), &st) != 0 || st.st_size <= 0 ||
+    if (::fstat(file.get(), &st) != 0 || st.st_size <= 0 ||
         static_cast<std::uint64_t>(st.st_size) > UINT32_MAX) {
-        return EvidenceRead::bad_size;
+        KARST_E_AT(site, "Invalid %s file size: %s\n", kind, path.c_str());
+        return EvidenceRead::skipped;
     }
     const auto size = static_cast<std::size_t>(st.st_size);
     if (!content.allocate(size, true)) {
-        return EvidenceRead::no_memory;
+        KARST_E_AT(site, "Failed to allocate memory for %s buffer\n", kind);
+        return EvidenceRead::skipped;
     }
-    const ssize_t got = ::read(fd.get(), content.data(), size);
+    const ssize_t got = ::read(file.get(), content.data(), size);
     if (got < 0 || static_cast<std::size_t>(got) != size) {
-        return EvidenceRead::short_read;
+        KARST_E_AT(site, "Failed to read complete %s file: %s\n", kind, path.c_str());
+        return EvidenceRead::skipped;
     }
     return EvidenceRead::ok;
 }

@@ -3,21 +3,20 @@
 // signature as two input buffers.
 #include "karst.h"
 
-#include "attestation/archive_path.hpp"
+#include "attestation/archive_extract.hpp"
+#include "attestation/attestation_dir.hpp"
 #include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
+#include "core/file_bytes.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shared_buffer.hpp"
-#include "core/shell.hpp"
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <fcntl.h>
 
 namespace {
 
@@ -28,36 +27,35 @@ constexpr uint32_t SIGNATURE_SIZE = 1024;
 constexpr int RA_REJECTED = static_cast<int>(0xFFFF3074u);
 constexpr int RA_REFRESH_REJECTED = static_cast<int>(0xFFFF6131u);
 
-struct FreeDeleter {
-    void operator()(uint8_t *p) const { std::free(p); }
-};
-
 } // namespace
 
 extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) try {
     using namespace karst;
     using namespace karst::tee;
 
-    const std::string archive =
-        path != nullptr
-            ? att::bounded(path, PATH_FIELD)
-            : platform_path(att::bounded(
-                  std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME, PATH_FIELD));
     if (capacity < MIN_CAPACITY) {
         capacity = MIN_CAPACITY;
     }
-    if (::access(archive.c_str(), F_OK) != 0) {
+    // The caller's archive is used as given; the default one is a board file, checked.
+    const std::string default_board =
+        att::bounded(std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME, PATH_FIELD);
+    const std::string archive =
+        path != nullptr ? att::bounded(path, PATH_FIELD) : platform_path(default_board);
+    const board::Opened archive_file = path != nullptr
+                                           ? att::open_caller_archive(archive)
+                                           : board::open_file(default_board, O_RDONLY, KARST_SITE);
+    if (archive_file.found == board::Found::missing) {
         KARST_I("No valid RA file found!\n");
         return static_cast<int>(TEEC_ERROR_ACCESS_DENIED);
     }
-
-    const std::string dir = platform_path(att::ATTESTATION_DIR);
-    struct stat st {};
-    if (::stat(dir.c_str(), &st) != 0 && ::mkdir(dir.c_str(), 0777) != 0) {
-        KARST_E("Failed to create path (%s)\n", dir.c_str());
+    if (archive_file.found == board::Found::failed) {
+        KARST_E("Failed to open file (%s)\n", archive.c_str());
         return -1;
     }
-    shell::run("cd " + shell::quote(dir) + ";tar zxf " + att::archive_word(archive));
+    if (!archive_file || !att::attestation_dir(KARST_SITE) ||
+        !att::extract_archive(archive_file.fd, archive, KARST_SITE)) {
+        return -1;
+    }
 
     HeapBuffer working;
     if (!working.allocate(capacity)) {
@@ -70,25 +68,29 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
         return -1;
     }
 
-    const std::string data_path = platform_path(
-        att::bounded(std::string(att::ATTESTATION_DIR) + "/" + att::RA_DATA_NAME, PATH_FIELD));
-    uint8_t *raw = nullptr;
-    uint32_t size = 0;
-    if (readbin(data_path.c_str(), &raw, &size) != 0) {
+    const std::string data_board =
+        att::bounded(std::string(att::ATTESTATION_DIR) + "/" + att::RA_DATA_NAME, PATH_FIELD);
+    const std::string data_path = platform_path(data_board);
+    FileBytes content;
+    if (const board::Found found = content.read_board(data_board, KARST_SITE);
+        found != board::Found::ok) {
+        if (found == board::Found::refused) {
+            return -1;
+        }
         KARST_E("File %s not exist\n", data_path.c_str());
         return -1;
     }
-    const std::unique_ptr<uint8_t, FreeDeleter> content(raw);
+    const uint32_t size = content.size();
     if (size < SIGNATURE_SIZE) {
         KARST_E("RA data file %s is too short: %u bytes, at least %u expected\n", data_path.c_str(),
                 size, SIGNATURE_SIZE);
         return -1;
     }
     const uint32_t data_size = size - SIGNATURE_SIZE;
-    std::memcpy(signature.data(), content.get() + data_size, SIGNATURE_SIZE);
+    std::memcpy(signature.data(), content.data() + data_size, SIGNATURE_SIZE);
 
     SharedRegion data;
-    if (TEEC_Result res = data.share(content.get(), data_size, TEEC_MEM_INPUT);
+    if (TEEC_Result res = data.share(content.data(), data_size, TEEC_MEM_INPUT);
         res != TEEC_SUCCESS) {
         KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
         return -1;

@@ -17,10 +17,14 @@ constexpr std::size_t PATH_FIELD = 256;
 } // namespace
 
 void spdm_collect_cert_chains(std::uint8_t *buffer, std::uint32_t capacity, std::uint32_t *offset) {
-    const std::string dir_path = platform_path(SPDM_CERT_CHAINS_DIR);
-    const Directory dir = open_directory(dir_path);
+    board::Found found{};
+    const Directory dir = open_directory(SPDM_CERT_CHAINS_DIR, KARST_SITE, found);
+    if (found == board::Found::refused) {
+        return;
+    }
     if (!dir) {
-        KARST_I("SPDM certificates directory not found: %s\n", dir_path.c_str());
+        KARST_I("SPDM certificates directory not found: %s\n",
+                platform_path(SPDM_CERT_CHAINS_DIR).c_str());
         return;
     }
     std::uint32_t records = 0;
@@ -33,23 +37,11 @@ void spdm_collect_cert_chains(std::uint8_t *buffer, std::uint32_t capacity, std:
         if (hidden(entry->d_name) || !has_extension(entry->d_name, ".der", key)) {
             continue;
         }
-        const std::string path = platform_path(
-            bounded(std::string(SPDM_CERT_CHAINS_DIR) + "/" + entry->d_name, PATH_FIELD));
+        const std::string board_path =
+            bounded(std::string(SPDM_CERT_CHAINS_DIR) + "/" + entry->d_name, PATH_FIELD);
         HeapBuffer content;
-        switch (read_evidence_file(path, content)) {
-        case EvidenceRead::ok:
-            break;
-        case EvidenceRead::open_failed:
-            KARST_E("Failed to open certificate file: %s\n", path.c_str());
-            continue;
-        case EvidenceRead::bad_size:
-            KARST_E("Invalid certificate file size: %s\n", path.c_str());
-            continue;
-        case EvidenceRead::no_memory:
-            KARST_E("Failed to allocate memory for certificate buffer\n");
-            continue;
-        case EvidenceRead::short_read:
-            KARST_E("Failed to read complete certificate file: %s\n", path.c_str());
+        if (read_evidence_file(board_path, "certificate", content, KARST_SITE) !=
+            EvidenceRead::ok) {
             continue;
         }
         if (klv_append(key.c_str(), content.data(), static_cast<std::uint32_t>(content.size()),

@@ -18,10 +18,14 @@ constexpr std::size_t PATH_FIELD = 256;
 
 void spdm_collect_measurements(std::uint8_t *buffer, std::uint32_t capacity,
                                std::uint32_t *offset) {
-    const std::string top_path = platform_path(SPDM_MEASUREMENTS_DIR);
-    const Directory top = open_directory(top_path);
+    board::Found found{};
+    const Directory top = open_directory(SPDM_MEASUREMENTS_DIR, KARST_SITE, found);
+    if (found == board::Found::refused) {
+        return;
+    }
     if (!top) {
-        KARST_I("SPDM measurements directory not found: %s\n", top_path.c_str());
+        KARST_I("SPDM measurements directory not found: %s\n",
+                platform_path(SPDM_MEASUREMENTS_DIR).c_str());
         return;
     }
     std::uint32_t records = 0;
@@ -30,15 +34,15 @@ void spdm_collect_measurements(std::uint8_t *buffer, std::uint32_t capacity,
         if (sub_entry == nullptr) {
             break;
         }
-        if (hidden(sub_entry->d_name)) {
+        if (hidden(sub_entry->d_name) || plain_file(top.get(), sub_entry->d_name)) {
             continue;
         }
         // Board form of the subdirectory, cut to its field; the run root comes on top.
         const std::string sub_board =
             bounded(std::string(SPDM_MEASUREMENTS_DIR) + "/" + sub_entry->d_name, PATH_FIELD);
-        const Directory sub = open_directory(platform_path(sub_board));
+        const Directory sub = open_directory(sub_board, KARST_SITE, found);
         if (!sub) {
-            continue; // a plain file, for one
+            continue;
         }
         while (records < SPDM_KLV_MAX_RECORDS) {
             const dirent *entry = ::readdir(sub.get());
@@ -49,23 +53,10 @@ void spdm_collect_measurements(std::uint8_t *buffer, std::uint32_t capacity,
             if (hidden(entry->d_name) || !has_extension(entry->d_name, ".bin", key)) {
                 continue;
             }
-            const std::string path =
-                platform_path(bounded(sub_board + "/" + entry->d_name, PATH_FIELD));
+            const std::string board_path = bounded(sub_board + "/" + entry->d_name, PATH_FIELD);
             HeapBuffer content;
-            switch (read_evidence_file(path, content)) {
-            case EvidenceRead::ok:
-                break;
-            case EvidenceRead::open_failed:
-                KARST_E("Failed to open measurement file: %s\n", path.c_str());
-                continue;
-            case EvidenceRead::bad_size:
-                KARST_E("Invalid measurement file size: %s\n", path.c_str());
-                continue;
-            case EvidenceRead::no_memory:
-                KARST_E("Failed to allocate memory for measurement buffer\n");
-                continue;
-            case EvidenceRead::short_read:
-                KARST_E("Failed to read complete measurement file: %s\n", path.c_str());
+            if (read_evidence_file(board_path, "measurement", content, KARST_SITE) !=
+                EvidenceRead::ok) {
                 continue;
             }
             if (klv_append(key.c_str(), content.data(), static_cast<std::uint32_t>(content.size()),

@@ -7,8 +7,6 @@
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 
-#include <unistd.h>
-
 extern "C" {
 KARST_API const char *root_ca_files[2] = {
     "/etc/defaults/spdm_dalu_rootCA.der",
@@ -27,26 +25,13 @@ void spdm_add_root_cas(std::uint8_t *block) {
         if (root_ca_files[i] == nullptr || root_ca_keys[i] == nullptr) {
             continue;
         }
-        const std::string path = platform_path(root_ca_files[i]);
-        if (::access(path.c_str(), F_OK) != 0) {
-            KARST_I("SPDM Root CA file not found: %s\n", path.c_str());
-            continue;
-        }
         HeapBuffer content;
-        switch (read_evidence_file(path, content)) {
-        case EvidenceRead::ok:
-            break;
-        case EvidenceRead::open_failed:
-            KARST_E("Failed to open Root CA file: %s\n", path.c_str());
-            continue;
-        case EvidenceRead::bad_size:
-            KARST_E("Invalid Root CA file size: %s\n", path.c_str());
-            continue;
-        case EvidenceRead::no_memory:
-            KARST_E("Failed to allocate memory for Root CA buffer\n");
-            continue;
-        case EvidenceRead::short_read:
-            KARST_E("Failed to read complete Root CA file: %s\n", path.c_str());
+        const EvidenceRead read =
+            read_evidence_file(root_ca_files[i], "Root CA", content, KARST_SITE, false);
+        if (read == EvidenceRead::missing) {
+            KARST_I("SPDM Root CA file not found: %s\n", platform_path(root_ca_files[i]).c_str());
+        }
+        if (read != EvidenceRead::ok) {
             continue;
         }
         const int rc = pta20_datablk_set(DATABLK_MAGIC_ATT, root_ca_keys[i], content.data(),

@@ -5,6 +5,7 @@
 
 #include "karst.h"
 
+#include "attestation/board_paths.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -17,10 +18,16 @@ namespace {
 // Adds "RA_TID" when the ra_uid file holds it. A missing file, or one too short to hold bytes 7
 // to 14, leaves the key out; only a failing store fails.
 bool add_ra_tid(const char *routine, uint8_t *block) {
-    const std::string path = platform_path(RA_DIR) + "/" + RA_UID_FILE;
+    const std::string board_path = std::string(att::ATTESTATION_DIR) + "/" + att::RA_UID_NAME;
+    const std::string path = platform_path(board_path);
     FileBytes uid;
-    if (uid.read(path.c_str()) != 0) {
-        KARST_I_AS(routine, "File %s not exist\n", path.c_str());
+    // Only a file of root's or this user's is taken: anything else is refused, and the key
+    // left out as for a missing file.
+    if (const board::Found found = uid.read_board(board_path, {routine, __LINE__});
+        found != board::Found::ok) {
+        if (found != board::Found::refused) {
+            KARST_I_AS(routine, "File %s not exist\n", path.c_str());
+        }
         return true;
     }
     if (uid.size() == 0) {

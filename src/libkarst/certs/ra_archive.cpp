@@ -4,31 +4,43 @@
 
 #include "karst.h"
 
+#include "attestation/attestation_dir.hpp"
+#include "attestation/board_paths.hpp"
+#include "core/board_files.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
 
+#include <cstdio>
 #include <string>
-#include <sys/stat.h>
+#include <unistd.h>
 
 namespace karst::certs {
 
-bool archive_ra_result(const char *routine, const uint8_t *result, size_t size) {
-    const std::string dir = platform_path(RA_DIR);
-    struct stat st {};
-    if (::stat(dir.c_str(), &st) != 0 && ::mkdir(dir.c_str(), 0777) != 0) {
-        KARST_E_AS(routine, "Failed to create path (%s)\n", dir.c_str());
+bool archive_ra_result(log::Site site, const uint8_t *result, size_t size) {
+    if (!att::attestation_dir(site)) {
         return false;
     }
-    const std::string data_path = dir + "/ra_data.bin";
-    writebin(data_path.c_str(), result, static_cast<uint32_t>(size));
+    const std::string dir_board = att::ATTESTATION_DIR;
+    // Not checked, as the answer's copy never was: the archive below is what the refresh uses.
+    board::Stream data = board::create_stream(dir_board + "/" + att::RA_DATA_NAME, "wb", site);
+    if (data) {
+        std::fwrite(result, size, 1, data.get());
+    }
+    data.file.reset();
 
-    // Each step only when the one before it worked, so a failed archive is never copied over a
-    // good one; the trailing "/" makes cp refuse rather than create a file named nv1.
-    const std::string archive = "ra_data.tgz";
-    shell::run("cd " + shell::quote(dir) + " && tar zcf " + shell::quote(archive) + " " +
-               shell::quote("ra_data.bin") + " && cp " + shell::quote(archive) + " " +
-               shell::quote(platform_path("/nv1") + "/"));
+    // The archive is made afresh and used only when what tar left is a file of this user's:
+    // nothing else at that name is taken for the library's own output.
+    const std::string archive_board = dir_board + "/" + att::RA_ARCHIVE_NAME;
+    ::unlink(platform_path(archive_board).c_str());
+    shell::run("cd " + shell::quote(platform_path(dir_board)) + " && tar zcf " +
+               shell::quote(att::RA_ARCHIVE_NAME) + " " + shell::quote(att::RA_DATA_NAME));
+    const board::Opened archive = board::open_file(archive_board, O_RDONLY, site);
+    if (archive) {
+        // Copied in place of the kept archive only once whole: a failed copy never replaces it.
+        board::copy_into(std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME,
+                         archive.get(), site);
+    }
     return true;
 }
 

@@ -95,7 +95,8 @@ int replace_certificate(const ReplaceRequest &r) {
                    origin);
         return -1;
     }
-    if (r.remote_attestation && !archive_ra_result(r.routine, result.data(), result.size())) {
+    if (r.remote_attestation &&
+        !archive_ra_result({r.routine, __LINE__}, result.data(), result.size())) {
         return -1;
     }
     return 0;

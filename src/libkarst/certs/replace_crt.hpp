@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/heap_buffer.hpp"
+#include "core/log.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,8 +13,6 @@ namespace karst::certs {
 constexpr size_t URI_SIZE = 32;             // NUL-terminated key, 31 characters at most
 constexpr uint32_t CERT_BLOCK_SIZE = 65536; // the certificate data block, sent whole
 constexpr size_t RA_RESULT_SIZE = 0x10400;  // what command 27 answers (66,560 bytes)
-constexpr const char RA_DIR[] = "/tmp/attestation";
-constexpr const char RA_UID_FILE[] = "ra_uid";
 constexpr const char RA_TID_KEY[] = "RA_TID";
 constexpr size_t RA_TID_OFFSET = 7; // RA_TID is bytes 7 to 14 of the ra_uid file
 constexpr size_t RA_TID_SIZE = 8;
@@ -39,6 +38,6 @@ bool build_certificate_block(const ReplaceRequest &request, const char *uri, Hea
 
 // Command 27's answer: written to /tmp/attestation/ra_data.bin, archived as ra_data.tgz and
 // copied to /nv1. False (with its message) only when the directory cannot be made.
-bool archive_ra_result(const char *routine, const uint8_t *result, size_t size);
+bool archive_ra_result(log::Site site, const uint8_t *result, size_t size);
 
 } // namespace karst::certs

@@ -3,8 +3,11 @@
 
 #include "karst.h"
 
+#include "board_files.hpp"
+
 #include <cstdint>
 #include <cstdlib>
+#include <string_view>
 
 namespace karst {
 
@@ -27,6 +30,12 @@ class FileBytes {
         size_ = size;
         return 0;
     }
+    // The same for a board path, opened through the checks of board_files.hpp: a refused file
+    // prints its refusal at site and nothing else; a missing one prints readbin's open message
+    // unless asked to stay quiet. Found::ok when the whole file was read.
+    enum class Missing { reported, quiet };
+    board::Found read_board(std::string_view board_path, log::Site site,
+                            Missing missing = Missing::reported);
     void reset() {
         std::free(data_);
         data_ = nullptr;

@@ -15,6 +15,10 @@ std::FILE *file_open(const char *path, const char *mode);
 int fd_open(const char *path, int flags, int mode = 0);
 DIR *directory_open(const char *path);
 
+class Fd;
+// A stdio stream over an open descriptor, which it then owns (closed here when that fails).
+std::FILE *file_from(Fd fd, const char *mode);
+
 class File {
   public:
     File() = default;
@@ -64,6 +68,7 @@ class Fd {
 
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
+    int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1) {
         if (fd_ >= 0) {
             ::close(fd_);
@@ -74,6 +79,14 @@ class Fd {
   private:
     int fd_ = -1;
 };
+
+inline std::FILE *file_from(Fd fd, const char *mode) {
+    std::FILE *file = ::fdopen(fd.get(), mode);
+    if (file != nullptr) {
+        fd.release();
+    }
+    return file;
+}
 
 struct DirCloser {
     void operator()(DIR *dir) const { ::closedir(dir); }

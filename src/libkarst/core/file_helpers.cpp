@@ -1,10 +1,13 @@
 // Whole-file read, buffer write and bounded string copy, shared by the command routines.
 #include "karst.h"
 
+#include "board_files.hpp"
 #include "boundary.hpp"
+#include "file_bytes.hpp"
 #include "file_handle.hpp"
 #include "heap_buffer.hpp"
 #include "log.hpp"
+#include "run_root.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -18,13 +21,11 @@ constexpr size_t READ_CHUNK = 1024;
 
 } // namespace
 
-extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_out) try {
-    karst::File file = karst::File::open(path, "rb");
-    if (!file) {
-        KARST_E("Failed to open file:%s\n", path);
-        return -1;
-    }
+namespace karst {
+namespace {
 
+// readbin's body on an open file; its messages are readbin's.
+int read_whole(File file, uint8_t **buffer_out, uint32_t *size_out) {
     // A stream that cannot be measured (a pipe, a directory) or a file too large for the 32-bit
     // size is reported like a file that cannot be read whole.
     off_t end = -1;
@@ -32,15 +33,15 @@ extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_ou
         end = ftello(file.get());
     }
     if (end < 0 || static_cast<uint64_t>(end) > UINT32_MAX || fseeko(file.get(), 0, SEEK_SET)) {
-        KARST_E("Failed to read all data\n");
+        KARST_E_AS("readbin", "Failed to read all data\n");
         return -1;
     }
     const auto size = static_cast<uint32_t>(end);
     *size_out = size;
 
-    karst::HeapBuffer buffer;
+    HeapBuffer buffer;
     if (!buffer.allocate(size)) {
-        KARST_E("Failed to allocate buffer\n");
+        KARST_E_AS("readbin", "Failed to allocate buffer\n");
         return -1;
     }
 
@@ -56,12 +57,41 @@ extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_ou
     file.reset();
 
     if (total != size) {
-        KARST_E("Failed to read all data\n");
+        KARST_E_AS("readbin", "Failed to read all data\n");
         *buffer_out = nullptr;
         return -1;
     }
     *buffer_out = buffer.release();
     return 0;
+}
+
+} // namespace
+
+board::Found FileBytes::read_board(std::string_view board_path, log::Site site, Missing missing) {
+    reset();
+    board::Opened opened = board::open_file(board_path, O_RDONLY, site);
+    if (opened.found == board::Found::refused ||
+        (opened.found == board::Found::missing && missing == Missing::quiet)) {
+        return opened.found;
+    }
+    File file(opened ? file_from(std::move(opened.fd), "rb") : nullptr);
+    if (!file) {
+        KARST_E_AS("readbin", "Failed to open file:%s\n", platform_path(board_path).c_str());
+        return opened.found == board::Found::ok ? board::Found::failed : opened.found;
+    }
+    return read_whole(std::move(file), &data_, &size_) == 0 ? board::Found::ok
+                                                            : board::Found::failed;
+}
+
+} // namespace karst
+
+extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_out) try {
+    karst::File file = karst::File::open(path, "rb");
+    if (!file) {
+        KARST_E("Failed to open file:%s\n", path);
+        return -1;
+    }
+    return karst::read_whole(std::move(file), buffer_out, size_out);
 }
 KARST_BOUNDARY(-1)
 

@@ -5,6 +5,13 @@
 
 namespace karst::log {
 
+// Where a message is reported from: a routine's name and one of its source lines. Helpers that
+// act for a routine take one (KARST_SITE at the call) and print under it.
+struct Site {
+    const char *func;
+    int line;
+};
+
 void error(const char *func, int line, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
 void info(const char *func, int line, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
 // "[func] ..." lines, used by the helpers that print their own name without a line number.
@@ -30,7 +37,11 @@ void exception(const char *func, int line) noexcept;
 #define KARST_PRINT(...) ::karst::log::plain(__VA_ARGS__)
 // The same lines for a helper that prints on behalf of a named routine (several routines share
 // one body, each reporting under its own name).
+#define KARST_NAMED_AS(func, ...) ::karst::log::named((func), __VA_ARGS__)
+#define KARST_NAMED_JOINED_AS(func, ...) ::karst::log::named_joined((func), __VA_ARGS__)
 #define KARST_E_AS(func, ...) ::karst::log::error((func), __LINE__, __VA_ARGS__)
 #define KARST_I_AS(func, ...) ::karst::log::info((func), __LINE__, __VA_ARGS__)
+#define KARST_SITE (::karst::log::Site{__func__, __LINE__})
+#define KARST_E_AT(site, ...) ::karst::log::error((site).func, (site).line, __VA_ARGS__)
 #define KARST_DEBUG(file, ...) ::karst::log::dated("Debug", file, __LINE__, __VA_ARGS__)
 #define KARST_ERROR(file, ...) ::karst::log::dated("Error", file, __LINE__, __VA_ARGS__)

@@ -15,8 +15,9 @@ namespace karst::shell {
 // written as '\''.
 std::string quote(std::string_view text);
 
-// Runs the command line with /bin/sh through system(). Returns system()'s status; the library
-// judges success by the files a command leaves, not by this status.
+// Runs the command line with /bin/sh -c and waits for it. The command inherits standard input,
+// output and error only. Returns the wait status (-1 when the shell could not be started); the
+// library judges success by the files a command leaves, not by this status.
 int run(const std::string &command_line);
 
 } // namespace karst::shell

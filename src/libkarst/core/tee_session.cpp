@@ -31,15 +31,20 @@ void mark_descriptor_closed() {}
 #endif
 TEEC_Session g_session{};
 
-// The busy test and the claim of the context are one atomic step, so that of two threads that
-// open at the same moment exactly one proceeds. The flag is set from the claim until the context
-// is finalised again.
-std::atomic<bool> g_claimed{false};
+// The thread that holds the session, from its claim until the context is finalised again; no
+// thread (the default id) while none does. The busy test and the claim are one atomic step, so
+// that of two threads that open at the same moment exactly one proceeds, and only the holder
+// can close what it opened.
+std::atomic<std::thread::id> g_owner{};
+
+void release_claim() {
+    g_owner.store(std::thread::id(), std::memory_order_release);
+}
 
 void finalize_context() {
     TEEC_FinalizeContext(&g_context);
     mark_descriptor_closed();
-    g_claimed.store(false, std::memory_order_release);
+    release_claim();
 }
 
 } // namespace
@@ -51,7 +56,7 @@ TEEC_Session &session() {
     return g_session;
 }
 bool is_open() {
-    return g_claimed.load(std::memory_order_acquire);
+    return g_owner.load(std::memory_order_acquire) != std::thread::id();
 }
 
 int context_fd() {
@@ -67,7 +72,9 @@ int context_fd() {
 using namespace karst::tee;
 
 extern "C" uint32_t pta_open_session(void) try {
-    if (g_claimed.exchange(true, std::memory_order_acq_rel)) {
+    std::thread::id none;
+    if (!g_owner.compare_exchange_strong(none, std::this_thread::get_id(),
+                                         std::memory_order_acq_rel)) {
         KARST_I("pta_open_session: TEE is busy");
         return TEEC_ERROR_BUSY;
     }
@@ -76,7 +83,7 @@ extern "C" uint32_t pta_open_session(void) try {
     if (res != TEEC_SUCCESS) {
         KARST_E("TEEC_InitializeContext failed with code 0x%x\n", res);
         mark_descriptor_closed();
-        g_claimed.store(false, std::memory_order_release);
+        release_claim();
         return res;
     }
 
@@ -101,9 +108,10 @@ extern "C" uint32_t pta_open_session(void) try {
 KARST_BOUNDARY(TEEC_ERROR_GENERIC)
 
 extern "C" void pta_close_session(void) try {
-    // Only the owner of an open session may close it; a stray close must not tear down a
-    // context that another thread is still using or opening.
-    if (!is_open()) {
+    // Only the thread that holds the session may close it; a close from any other thread (or
+    // with nothing open) changes nothing, so it cannot tear down a context that another thread
+    // is still using or opening.
+    if (g_owner.load(std::memory_order_acquire) != std::this_thread::get_id()) {
         return;
     }
     TEEC_CloseSession(&g_session);

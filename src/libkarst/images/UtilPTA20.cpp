@@ -7,6 +7,7 @@
 #include "image_table.hpp"
 #include "progress_file.hpp"
 
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -14,6 +15,7 @@
 #include "core/shell.hpp"
 
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace karst;
@@ -72,31 +74,39 @@ int retried(uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg, uin
     return rc;
 }
 
-bool fw_image_exists(const std::string &path) {
-    return ::access(path.c_str(), F_OK) == 0;
-}
-
 // Copies the two eMMC regions of the active BMC image, one behind the other, into
-// /tmp/fw_image and makes it read-only. The file's existence is the test of success, so an
-// older dump is removed first.
+// /tmp/fw_image and makes it read-only. The dump file is created fresh by the library before dd
+// writes into it (so dd never follows what someone else put at that name), and the device is
+// checked before dd reads it. A dump that wrote nothing is no dump: the empty file goes.
 int bmc_active_dump() {
+    const board::Opened device_file =
+        board::open_file(MMC_DEVICE, O_RDONLY, KARST_SITE, board::Kind::regular_or_device);
+    board::Opened image_file =
+        device_file ? board::create_file(FW_IMAGE, board::NEW_FILE_MODE, O_WRONLY, KARST_SITE)
+                    : board::Opened{};
     const std::string device = shell::quote(platform_path(MMC_DEVICE));
     const std::string image_path = platform_path(FW_IMAGE);
     const std::string image = shell::quote(image_path);
     const mmc_region &first = mmc_regions[10];
     const mmc_region &second = mmc_regions[11];
 
-    ::unlink(image_path.c_str());
-    shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
-               " skip=" + std::to_string(first.start) + " count=" + std::to_string(first.count));
-    shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
-               " skip=" + std::to_string(second.start) + " seek=" + std::to_string(first.count) +
-               " count=" + std::to_string(second.count));
-    if (!fw_image_exists(image_path)) {
+    if (image_file) {
+        shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
+                   " skip=" + std::to_string(first.start) +
+                   " count=" + std::to_string(first.count));
+        shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
+                   " skip=" + std::to_string(second.start) + " seek=" +
+                   std::to_string(first.count) + " count=" + std::to_string(second.count));
+    }
+    struct stat st {};
+    if (!image_file || ::fstat(image_file.get(), &st) != 0 || st.st_size == 0) {
+        if (image_file) {
+            ::unlink(image_path.c_str());
+        }
         KARST_ERROR(IMAGE_API_FILE, "BMC active FW failed to dump!\n");
         return -1;
     }
-    shell::run("chmod 444 " + image);
+    ::fchmod(image_file.get(), 0444);
     return 0;
 }
 
@@ -216,7 +226,7 @@ int karst::images::progress_message(uint32_t img_id, uint32_t mode) {
         KARST_DEBUG(IMAGE_API_FILE, "cmd: %s\n", command.c_str());
         return 0;
     }
-    return read_progress(path);
+    return read_progress(board_path);
 }
 
 extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) try {

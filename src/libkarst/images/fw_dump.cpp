@@ -4,6 +4,7 @@
 
 #include "image_table.hpp"
 
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -33,6 +34,7 @@ extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags,
         return -1;
     }
     std::string destination;
+    const bool own_slot = (img_flags & IMG_SRC_MASK) == IMG_SRC_TABLE;
     switch (img_flags & IMG_SRC_MASK) {
     case IMG_SRC_TABLE:
         destination = platform_path(pimg->path);
@@ -70,12 +72,18 @@ extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags,
         return static_cast<int>(res); // the destination stays as it was
     }
 
-    File file = File::open(destination.c_str(), "w+");
-    if (!file) {
+    // The slot's own file is made afresh (never written through what else is at its name); a
+    // caller's file is used as given.
+    board::Stream file = own_slot ? board::create_stream(pimg->path, "w+", KARST_SITE)
+                                  : board::Stream{File::open(destination.c_str(), "w+")};
+    if (!file.file) {
+        if (file.reported()) {
+            return -1;
+        }
         KARST_PRINT("Failed to open file:%s\n", destination.c_str());
         return -1;
     }
-    if (std::fwrite(buffer.data(), size, 1, file.get()) != 1 || !file.close()) {
+    if (std::fwrite(buffer.data(), size, 1, file.get()) != 1 || !file.file.close()) {
         KARST_E("Failed to write file:%s\n", destination.c_str());
         return -1;
     }

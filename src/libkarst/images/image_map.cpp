@@ -3,6 +3,7 @@
 #include "image_table.hpp"
 #include "karst.h"
 
+#include "core/board_files.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -59,13 +60,13 @@ bool copy_prefix(int in, int out, uint64_t length) {
 // A fresh copy of source, cut or padded with zero bytes to exactly EXTENDED_SIZE, made before
 // anyone opens it: the old file is removed and the new one created exclusively, so a copy in
 // progress elsewhere cannot be mixed into this one. Returns the open copy, or an empty Fd.
-Fd make_extended_copy(const std::string &source, const std::string &copy) {
-    Fd in(fd_open(source.c_str(), O_RDONLY));
+Fd make_extended_copy(std::string_view source, const std::string &copy) {
+    const board::Opened in = board::open_file(source, O_RDONLY, KARST_SITE);
     ::unlink(copy.c_str());
     if (!in) {
         return {};
     }
-    Fd out(fd_open(copy.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600));
+    board::Opened out = board::create_file(EXTENDED_BUFFER, 0600, O_RDWR, KARST_SITE);
     if (!out) {
         return {};
     }
@@ -74,7 +75,7 @@ Fd make_extended_copy(const std::string &source, const std::string &copy) {
         ::unlink(copy.c_str());
         return {};
     }
-    return out;
+    return std::move(out.fd);
 }
 
 // The end of an open file or block device.
@@ -97,14 +98,16 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
     const uint32_t source = img_flags & IMG_SRC_MASK;
 
     std::string name;
+    std::string_view board_path; // set for the board's own files, which are opened checked
     bool extended = false;
     switch (source) {
     case IMG_SRC_TABLE:
         if (pimg->kind == IMG_KIND_MMC) {
-            name = platform_path(MMC_PARTITION);
+            board_path = MMC_PARTITION;
         } else if (pimg->kind == IMG_KIND_FILE) {
-            name = platform_path(pimg->path);
+            board_path = pimg->path;
         }
+        name = platform_path(board_path);
         break;
     case IMG_SRC_BUFFER:
         if (arg == nullptr) {
@@ -130,12 +133,15 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
     default:
         return {};
     }
-    if (name.empty()) {
+    if (name.empty() || (source == IMG_SRC_TABLE && board_path.empty())) {
         return {};
     }
 
-    Fd fd = extended ? make_extended_copy(platform_path(pimg->path), name)
-                     : Fd(fd_open(name.c_str(), O_RDONLY));
+    Fd fd = extended             ? make_extended_copy(pimg->path, name)
+            : board_path.empty() ? Fd(fd_open(name.c_str(), O_RDONLY))
+                                 : std::move(board::open_file(board_path, O_RDONLY, KARST_SITE,
+                                                              board::Kind::regular_or_device)
+                                                 .fd);
     if (!fd) {
         return {};
     }

@@ -4,6 +4,7 @@
 
 #include "karst.h"
 
+#include "core/board_files.hpp"
 #include "core/file_handle.hpp"
 
 #include <cstdio>
@@ -35,8 +36,11 @@ std::string progress_path(uint32_t type) {
     return std::string("/tmp/fw-update-") + name + ".out";
 }
 
-int read_progress(const std::string &path) {
-    File file = File::open(path.c_str(), "r");
+int read_progress(std::string_view board_path) {
+    // Written by another component: taken only when it is a regular file of root's or this
+    // user's (a FIFO there would otherwise stall the poll).
+    board::Opened opened = board::open_file(board_path, O_RDONLY, KARST_SITE);
+    File file(opened ? file_from(std::move(opened.fd), "r") : nullptr);
     if (!file) {
         return -1;
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace karst::images {
 
@@ -13,7 +14,7 @@ const char *progress_name(uint32_t type);
 // The board path of the type's progress file; empty for a type without one.
 std::string progress_path(uint32_t type);
 
-// The percentage in the first line of the file at path (the real path), or -1.
-int read_progress(const std::string &path);
+// The percentage in the first line of the progress file at board_path, or -1.
+int read_progress(std::string_view board_path);
 
 } // namespace karst::images

@@ -5,9 +5,9 @@
 
 #include "core/boundary.hpp"
 #include "core/log.hpp"
-#include "core/run_root.hpp"
 #include "core/shared_buffer.hpp"
 #include "core/tee_session.hpp"
+#include "inventory_file.hpp"
 #include "name_value.hpp"
 
 #include <algorithm>
@@ -19,10 +19,6 @@ namespace {
 constexpr size_t INVENTORY_NAME_SIZE = 1024;
 constexpr size_t INVENTORY_VALUE_MAX = 32768;
 constexpr uint32_t INVENTORY_DEFAULT_READ = 100;
-
-std::string inventory_file() {
-    return karst::platform_path(INVENTORY_FILE);
-}
 
 // The 1024-byte name buffer, filled and registered as input; false after printing why not.
 bool share_name(karst::tee::SharedBuffer &buffer, const char *name, const char *func) {
@@ -156,7 +152,7 @@ extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size
         return -1;
     }
     if (pta_open_session() != TEEC_SUCCESS) {
-        return read_config(inventory_file().c_str(), name, buffer, size);
+        return karst::config::read_inventory_file(name, buffer, size);
     }
     const int rc = _pta_invoke_inventory_get(name, buffer, size);
     pta_close_session();
@@ -180,7 +176,7 @@ extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size
             pta20_inventory_set(name, buffer, corrected);
         }
     }
-    write_config(inventory_file().c_str(), name, buffer, size);
+    karst::config::write_inventory_file(name, buffer, size);
     return 0;
 }
 KARST_BOUNDARY(-1)
@@ -190,7 +186,7 @@ extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t 
         KARST_PRINT("Invalid arguments: name = %s\n", "(null)");
         return -1;
     }
-    write_config(inventory_file().c_str(), name, data, size);
+    karst::config::write_inventory_file(name, data, size);
     if (pta_open_session() != TEEC_SUCCESS) {
         return -1;
     }

@@ -5,10 +5,13 @@
 
 #include "byte_builder.hpp"
 #include "config_line.hpp"
+#include "core/board_files.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
+#include "core/run_root.hpp"
+#include "inventory_file.hpp"
 #include "line_reader.hpp"
 #include "record_lock.hpp"
 
@@ -18,6 +21,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace karst;
 using namespace karst::config;
 
 namespace {
@@ -56,19 +60,12 @@ bool write_all(int fd, const char *data, size_t size, off_t offset) {
 
 } // namespace
 
-extern "C" int read_config(const char *path, const char *key, char *out, uint32_t out_size) try {
-    if (path == nullptr || key == nullptr) {
-        return -1;
-    }
-    std::lock_guard<std::mutex> in_process(process_file_mutex());
-    karst::Fd fd(karst::fd_open(path, O_RDONLY));
-    if (!fd) {
-        KARST_NAMED("open %s fail \n", path);
-        return -1;
-    }
+namespace karst::config {
+
+int read_entry(const Fd &fd, const char *path, const char *key, char *out, uint32_t out_size) {
     RecordLock lock;
     if (!lock.acquire(fd.get(), F_RDLCK)) {
-        KARST_NAMED_JOINED("%s fcntl lock fail \n", path);
+        KARST_NAMED_JOINED_AS("read_config", "%s fcntl lock fail \n", path);
         return -1;
     }
 
@@ -89,58 +86,65 @@ extern "C" int read_config(const char *path, const char *key, char *out, uint32_
     }
 
     if (!lock.release()) {
-        KARST_NAMED_JOINED("%s fcntl unlock fail\n", path);
+        KARST_NAMED_JOINED_AS("read_config", "%s fcntl unlock fail\n", path);
         return -1;
     }
     return result;
 }
-KARST_BOUNDARY(-1)
 
-extern "C" int write_config(const char *path, const char *key, const char *value,
-                            uint32_t value_size) try {
+} // namespace karst::config
+
+extern "C" int read_config(const char *path, const char *key, char *out, uint32_t out_size) try {
     if (path == nullptr || key == nullptr) {
         return -1;
     }
-    const size_t key_length = std::strlen(key);
-    if (!key_fits(key, key_length)) {
-        return -1; // no line could hold this key, or give it back
+    std::lock_guard<std::mutex> in_process(process_file_mutex());
+    const karst::Fd fd(karst::fd_open(path, O_RDONLY));
+    if (!fd) {
+        KARST_NAMED("open %s fail \n", path);
+        return -1;
     }
+    return read_entry(fd, path, key, out, out_size);
+}
+KARST_BOUNDARY(-1)
+
+namespace karst::config {
+namespace {
+
+constexpr const char *WRITE = "write_config"; // the name in the messages of an update
+
+// The new value as a terminated text of at most value_size bytes, cut at a zero byte or line
+// end; a copy only when the caller's bytes do not end there.
+struct NewValue {
+    const char *text;
+    size_t length;
+    int capacity; // the field it is copied into, as xstrcpy takes it
+    HeapBuffer copy;
+};
+
+bool normalise_value(const char *value, uint32_t value_size, NewValue &out) {
     if (value == nullptr || value_size == 0) {
         value = "";
         value_size = 1;
     }
-    // The new value as a terminated text; a copy only when the caller's bytes do not end there.
-    const size_t value_length = value_text_length(value, value_size);
-    karst::HeapBuffer value_copy;
-    if (value_length == value_size || value[value_length] != '\0') {
-        if (!value_copy.allocate(value_length + 1)) {
-            KARST_NAMED("out of memory \n");
-            return -1;
+    out.text = value;
+    out.length = value_text_length(value, value_size);
+    out.capacity = static_cast<int>(std::min<uint32_t>(value_size, VALUE_FIELD));
+    if (out.length == value_size || value[out.length] != '\0') {
+        if (!out.copy.allocate(out.length + 1)) {
+            KARST_NAMED_AS(WRITE, "out of memory \n");
+            return false;
         }
-        std::memcpy(value_copy.data(), value, value_length);
-        value_copy.chars()[value_length] = '\0';
-        value = value_copy.chars();
+        std::memcpy(out.copy.data(), value, out.length);
+        out.copy.chars()[out.length] = '\0';
+        out.text = out.copy.chars();
     }
-    const int capacity = static_cast<int>(std::min<uint32_t>(value_size, VALUE_FIELD));
+    return true;
+}
 
-    std::lock_guard<std::mutex> in_process(process_file_mutex());
-    karst::Fd fd(karst::fd_open(path, O_RDWR));
-    if (!fd) {
-        // The first call only creates the file; the entry comes with the next one.
-        karst::Fd created(karst::fd_open(path, O_RDWR | O_CREAT, INVENTORY_FILE_MODE));
-        if (!created) {
-            KARST_NAMED("open fail \n");
-        }
-        return -1;
-    }
-    RecordLock lock;
-    if (!lock.acquire(fd.get(), F_WRLCK)) {
-        KARST_NAMED_JOINED("fcntl lock fail \n");
-        return -1;
-    }
-
-    // Entries from the first match on are kept, as they will be written back, in `rewrite`.
-    // Should that fail for want of memory, the file is left as it is: no entry is ever dropped.
+// Where the file must change, found in one pass: the offset of the first line to rewrite and,
+// from the matching entry on, the entries as they will be written back.
+struct Scan {
     bool found = false;
     bool changed = false;
     off_t rewrite_at = 0;
@@ -149,7 +153,12 @@ extern "C" int write_config(const char *path, const char *key, const char *value
     // does not take the line end in.
     const char *completion = "";
     ByteBuilder rewrite;
-    LineReader lines(fd.get());
+};
+
+// Entries from the first match on are kept, as they will be written back. Should that fail for
+// want of memory, the file is left as it is: no entry is ever dropped.
+bool scan_entries(int fd, const char *path, const char *key, const NewValue &value, Scan &scan) {
+    LineReader lines(fd);
     config_entry entry;
     while (lines.next()) {
         const int count = scan_line(lines.head(), lines.head_length(), entry);
@@ -157,51 +166,141 @@ extern "C" int write_config(const char *path, const char *key, const char *value
             continue;
         }
         if (std::strcmp(entry.key, key) == 0) {
-            changed = changed || count == 1 || std::strcmp(entry.value, value) != 0;
-            xstrcpy(entry.value, value, capacity);
-            found = true;
+            scan.changed = scan.changed || count == 1 || std::strcmp(entry.value, value.text) != 0;
+            xstrcpy(entry.value, value.text, value.capacity);
+            scan.found = true;
         }
-        if (!found) {
-            rewrite_at = lines.end_offset();
+        if (!scan.found) {
+            scan.rewrite_at = lines.end_offset();
             const bool key_to_end =
                 count == 1 && std::strlen(entry.key) == strnlen(lines.head(), lines.head_length());
-            completion = lines.ended() ? "" : key_to_end ? "=\n" : "\n";
-        } else if (!append_entry(rewrite, entry.key, entry.value)) {
-            KARST_NAMED("out of memory \n");
-            return -1;
+            scan.completion = lines.ended() ? "" : key_to_end ? "=\n" : "\n";
+        } else if (!append_entry(scan.rewrite, entry.key, entry.value)) {
+            KARST_NAMED_AS(WRITE, "out of memory \n");
+            return false;
         }
     }
     if (lines.failed()) {
-        KARST_NAMED("read %s fail \n", path);
-        return -1;
+        KARST_NAMED_AS(WRITE, "read %s fail \n", path);
+        return false;
     }
+    return true;
+}
 
-    bool written = true;
-    if (!found && key_length > 0) {
-        // Appended after the last entry line, completing that line if it has no line end.
+// Appends a new entry after the last entry line, or rewrites the stretch from the match on.
+// -1 for want of memory (nothing written), 0 written, 1 the write failed.
+int rewrite(int fd, const char *key, size_t key_length, const NewValue &value, Scan &scan) {
+    if (!scan.found && key_length > 0) {
         ByteBuilder line;
-        const bool ok = line.append(completion) && line.append(key, key_length) &&
-                        line.append("=", 1) && line.append(value, value_length) &&
+        const bool ok = line.append(scan.completion) && line.append(key, key_length) &&
+                        line.append("=", 1) && line.append(value.text, value.length) &&
                         line.append("\n", 1);
         if (!ok) {
-            KARST_NAMED("out of memory \n");
+            KARST_NAMED_AS(WRITE, "out of memory \n");
             return -1;
         }
-        written = write_all(fd.get(), line.data(), line.size(), rewrite_at);
-    } else if (changed) {
-        // Written over the old stretch and then cut to its end: the same result as cutting
-        // first, and an interrupted write never leaves the file shorter than its entries.
-        written = write_all(fd.get(), rewrite.data(), rewrite.size(), rewrite_at) &&
-                  ::ftruncate(fd.get(), rewrite_at + static_cast<off_t>(rewrite.size())) == 0;
+        return write_all(fd, line.data(), line.size(), scan.rewrite_at) ? 0 : 1;
     }
-    if (!written) {
-        KARST_NAMED("write %s fail \n", path);
+    if (!scan.changed) {
+        return 0;
     }
+    // Written over the old stretch and then cut to its end: the same result as cutting first,
+    // and an interrupted write never leaves the file shorter than its entries.
+    const off_t end = scan.rewrite_at + static_cast<off_t>(scan.rewrite.size());
+    return write_all(fd, scan.rewrite.data(), scan.rewrite.size(), scan.rewrite_at) &&
+                   ::ftruncate(fd, end) == 0
+               ? 0
+               : 1;
+}
 
-    if (!lock.release()) {
-        KARST_NAMED_JOINED("fcntl unlock fail\n");
+} // namespace
+
+int write_entry(const Fd &fd, const char *path, const char *key, const char *value,
+                uint32_t value_size) {
+    const size_t key_length = std::strlen(key);
+    NewValue new_value;
+    if (!normalise_value(value, value_size, new_value)) {
         return -1;
     }
-    return written ? 0 : -1;
+    RecordLock lock;
+    if (!lock.acquire(fd.get(), F_WRLCK)) {
+        KARST_NAMED_JOINED_AS(WRITE, "fcntl lock fail \n");
+        return -1;
+    }
+    Scan scan;
+    if (!scan_entries(fd.get(), path, key, new_value, scan)) {
+        return -1;
+    }
+    const int written = rewrite(fd.get(), key, key_length, new_value, scan);
+    if (written < 0) {
+        return -1;
+    }
+    if (written > 0) {
+        KARST_NAMED_AS(WRITE, "write %s fail \n", path);
+    }
+    if (!lock.release()) {
+        KARST_NAMED_JOINED_AS(WRITE, "fcntl unlock fail\n");
+        return -1;
+    }
+    return written == 0 ? 0 : -1;
+}
+
+int read_inventory_file(const char *key, char *out, uint32_t out_size) {
+    std::lock_guard<std::mutex> in_process(process_file_mutex());
+    const board::Opened file = board::open_file(INVENTORY_FILE, O_RDONLY, KARST_SITE);
+    if (!file) {
+        if (!file.reported()) {
+            KARST_NAMED_AS("read_config", "open %s fail \n", platform_path(INVENTORY_FILE).c_str());
+        }
+        return -1;
+    }
+    return read_entry(file.fd, platform_path(INVENTORY_FILE).c_str(), key, out, out_size);
+}
+
+int write_inventory_file(const char *key, const char *value, uint32_t value_size) {
+    if (!key_fits(key, std::strlen(key))) {
+        return -1;
+    }
+    std::lock_guard<std::mutex> in_process(process_file_mutex());
+    const board::Opened file = board::open_file(INVENTORY_FILE, O_RDWR, KARST_SITE);
+    if (file.found == board::Found::missing) {
+        // The first write only creates the file; the entry comes with the next one.
+        const board::Opened created =
+            board::create_file(INVENTORY_FILE, INVENTORY_FILE_MODE, O_RDWR, KARST_SITE);
+        if (!created && !created.reported()) {
+            KARST_NAMED_AS(WRITE, "open fail \n");
+        }
+        return -1;
+    }
+    if (!file) {
+        if (!file.reported()) {
+            KARST_NAMED_AS(WRITE, "open fail \n");
+        }
+        return -1;
+    }
+    return write_entry(file.fd, platform_path(INVENTORY_FILE).c_str(), key, value, value_size);
+}
+
+} // namespace karst::config
+
+extern "C" int write_config(const char *path, const char *key, const char *value,
+                            uint32_t value_size) try {
+    if (path == nullptr || key == nullptr) {
+        return -1;
+    }
+    if (!key_fits(key, std::strlen(key))) {
+        return -1; // no line could hold this key, or give it back
+    }
+    std::lock_guard<std::mutex> in_process(process_file_mutex());
+    const karst::Fd fd(karst::fd_open(path, O_RDWR));
+    if (!fd) {
+        // The first call only creates the file; the entry comes with the next one.
+        const karst::Fd created(karst::fd_open(path, O_RDWR | O_CREAT, INVENTORY_FILE_MODE));
+        if (!created) {
+            KARST_NAMED("open fail \n");
+        }
+        return -1;
+    }
+    return write_entry(fd, path, key, value, value_size);
 }
 KARST_BOUNDARY(-1)
