@@ -1,7 +1,7 @@
 // Feeds arbitrary blocks to the data block operations (get, get_info, set, update_crc, check)
 // and checks, besides memory safety, the rules that hold on any block:
 // - a set that fails leaves every byte of the block as it was;
-// - a set that succeeds leaves a correct CRC;
+// - a set that succeeds leaves a correct CRC, and a block that checks still checks;
 // and, on blocks built from a fresh create, that the block always agrees with a simple model
 // of its keys: the values read back, the used length, the room rule of set.
 #include "datablk_input.hpp"
@@ -101,6 +101,7 @@ void foreign_block(Reader in) {
     }
 
     const Bytes before(blk.get(), blk.get() + size);
+    const bool checked = pta20_datablk_check(blk.get(), static_cast<uint32_t>(size)) == 0;
     const uint32_t magic = karst::datablk::magic_id(blk.get());
     const int rc = pta20_datablk_set(magic, key.c_str(), value.empty() ? nullptr : value.data(),
                                      static_cast<uint32_t>(value.size()), blk.get());
@@ -108,6 +109,8 @@ void foreign_block(Reader in) {
         require(std::memcmp(before.data(), blk.get(), size) == 0);
     } else {
         require(karst::datablk::datablk_crc_ok(blk.get()));
+        // A block that checks stays one that checks across a successful set.
+        require(!checked || pta20_datablk_check(blk.get(), static_cast<uint32_t>(size)) == 0);
     }
 }
 

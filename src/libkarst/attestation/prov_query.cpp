@@ -13,19 +13,19 @@ namespace {
 
 constexpr uint32_t STATUS_SIZE = 64;
 
-} // namespace
-
-extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
-                                      uint32_t len) try {
+// The query's command; reported receives the status size the secure world reported.
+int query_status(uint32_t command, uint32_t query, uint8_t *buf, uint32_t len, size_t &reported) {
     using namespace karst::tee;
 
+    reported = 0;
     if (buf == nullptr || len == 0) {
-        KARST_E("Incorrect buf or buf size\n");
+        KARST_E_AS("_pta_invoke_prov_query", "Incorrect buf or buf size\n");
         return -1;
     }
     SharedRegion status;
     if (TEEC_Result res = status.share(buf, len, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+        KARST_E_AS("_pta_invoke_prov_query", "TEEC_RegisterSharedMemory failed with code 0x%x\n",
+                   res);
         return static_cast<int>(res);
     }
     Operation op;
@@ -33,9 +33,20 @@ extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t 
     uint32_t origin = 0;
     const TEEC_Result res = invoke(command, op, origin);
     if (res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
+        KARST_E_AS("_pta_invoke_prov_query",
+                   "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
+        return static_cast<int>(res);
     }
-    return static_cast<int>(res);
+    reported = op.size_of(1);
+    return 0;
+}
+
+} // namespace
+
+extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
+                                      uint32_t len) try {
+    size_t reported = 0;
+    return query_status(command, query, buf, len, reported);
 }
 KARST_BOUNDARY(-1)
 
@@ -51,8 +62,11 @@ extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *
         len = STATUS_SIZE;
     }
     std::memset(buf, 0, len);
-    const int rc = _pta_invoke_prov_query(command, query, buf, len);
-    return rc == 0 && buf[0] == 0 ? 0 : -1;
+    // Yes only when the secure world answered a status byte, and it is 0: an answer that wrote
+    // nothing leaves the zeroed buffer, which must not read as yes.
+    size_t reported = 0;
+    const int rc = query_status(command, query, buf, len, reported);
+    return rc == 0 && reported >= 1 && buf[0] == 0 ? 0 : -1;
 }
 KARST_BOUNDARY(-1)
 

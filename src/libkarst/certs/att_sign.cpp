@@ -26,6 +26,12 @@ extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *pa
     }
     char sig_path[SIG_PATH_SIZE];
     std::snprintf(sig_path, sizeof sig_path, "%s.sig", path);
+    // The cut can bring the signature path back onto the data path (a data path of exactly 63
+    // characters): the signature would then overwrite the file it signs.
+    if (karst::same_file(sig_path, path)) {
+        KARST_E("Signature path %s is the signed file itself\n", sig_path);
+        return -1;
+    }
 
     karst::FileBytes data;
     if (data.read(path) != 0) {

@@ -36,6 +36,10 @@ extern "C" int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void
         KARST_E("Error parameters\n");
         return -1;
     }
+    if (file_mode && karst::same_file(out_path, in_path)) {
+        KARST_E("Output file %s is the input file\n", out_path);
+        return -1;
+    }
     karst::FileBytes file;
     const void *input = data;
     uint32_t input_len = len;

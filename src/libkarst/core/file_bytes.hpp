@@ -50,4 +50,14 @@ class FileBytes {
     uint32_t size_ = 0;
 };
 
+// Whether two paths a caller gave name the same file: the same text, or (following links, as
+// an open would) the same file on the same device.
+bool same_file(const char *a, const char *b);
+
+// Writes key material to the caller's path: the file is created fresh with mode 0600 (what was
+// at the path is removed first, so no one who could open the old file reads the key) and
+// written with write(2), never through a stdio buffer that would outlive the call in the heap.
+// On an open failure prints writebin's message; 0 or -1.
+int write_secret_file(const char *path, const void *data, uint32_t size);
+
 } // namespace karst

@@ -10,10 +10,13 @@
 #include "run_root.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace {
 
@@ -81,6 +84,36 @@ board::Found FileBytes::read_board(std::string_view board_path, log::Site site, 
     }
     return read_whole(std::move(file), &data_, &size_) == 0 ? board::Found::ok
                                                             : board::Found::failed;
+}
+
+bool same_file(const char *a, const char *b) {
+    if (std::strcmp(a, b) == 0) {
+        return true;
+    }
+    struct stat sa {};
+    struct stat sb {};
+    return ::stat(a, &sa) == 0 && ::stat(b, &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
+int write_secret_file(const char *path, const void *data, uint32_t size) {
+    const Fd fd = board::create_fresh(path, board::SECRET_FILE_MODE);
+    if (!fd) {
+        KARST_E_AS("writebin", "Failed to open file:%s\n", path);
+        return -1;
+    }
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    for (uint32_t done = 0; done < size;) {
+        const ssize_t n = ::write(fd.get(), bytes + done, size - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return -1;
+        }
+        done += static_cast<uint32_t>(n);
+    }
+    return 0;
 }
 
 } // namespace karst

@@ -12,6 +12,8 @@ namespace karst {
 // The library's single heap allocation point. Never returns null for a successful request, also
 // for size 0, so that "allocated" and "failed" stay distinguishable.
 void *heap_allocate(std::size_t size, bool zeroed);
+// Overwrites size bytes with zeros in a way the compiler cannot leave out.
+void wipe_memory(void *data, std::size_t size);
 
 class HeapBuffer {
   public:
@@ -56,6 +58,27 @@ class HeapBuffer {
   private:
     std::uint8_t *data_ = nullptr;
     std::size_t size_ = 0;
+};
+
+// A heap buffer for key material: wiped before it is freed, so that no later allocation of the
+// process finds the key in reused memory.
+class SecretBuffer {
+  public:
+    SecretBuffer() = default;
+    SecretBuffer(const SecretBuffer &) = delete;
+    SecretBuffer &operator=(const SecretBuffer &) = delete;
+    ~SecretBuffer() { wipe(); }
+
+    bool allocate(std::size_t size) {
+        wipe();
+        return memory_.allocate(size, true);
+    }
+    std::uint8_t *data() const { return memory_.data(); }
+    std::size_t size() const { return memory_.size(); }
+    void wipe() { wipe_memory(memory_.data(), memory_.size()); }
+
+  private:
+    HeapBuffer memory_;
 };
 
 } // namespace karst

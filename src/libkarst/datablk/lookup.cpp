@@ -31,7 +31,7 @@ Lookup blk_getenv(std::string_view name, const uint8_t *blk) {
 
     // The CRC in two pieces, split where the walk stopped: a write changes nothing before that
     // point, so its new CRC can start from the first piece.
-    const CrcPrefix prefix = datablk_crc_prefix(blk, named ? pair.start : walk.offset);
+    const CrcPrefix prefix = datablk_crc_prefix(blk, named ? pair.start : walk.pairs_end());
     if (datablk_crc_from(blk, prefix) != stored_crc(blk)) {
         KARST_E("Data Block bad CRC\n");
         return {Found::bad_crc, nullptr, 0, PairWalk{area}, {}};

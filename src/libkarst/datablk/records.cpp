@@ -64,6 +64,7 @@ bool next_pair(PairWalk &walk, Pair &pair) {
     if (!tlv_valid(area, value_record)) {
         // A name with no value behind it: the records end after the name.
         walk.offset = value_record;
+        walk.dangling_name = start;
         return false;
     }
     const uint64_t value_size = value_record_size(area, value_record);

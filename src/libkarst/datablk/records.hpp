@@ -42,6 +42,13 @@ struct PairWalk {
     Area area;
     uint32_t offset = 0;
     bool out_of_bounds = false;
+    // Where the records end in a name with no value behind it (the walk then stops after that
+    // name): the start of that name, else NO_NAME. A set writes over it.
+    uint32_t dangling_name = NO_NAME;
+
+    static constexpr uint32_t NO_NAME = UINT32_MAX;
+    // Where the pairs that can be read end: before a trailing name without a value.
+    uint32_t pairs_end() const { return dangling_name != NO_NAME ? dangling_name : offset; }
 };
 
 bool next_pair(PairWalk &walk, Pair &pair);

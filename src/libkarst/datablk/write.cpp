@@ -30,7 +30,10 @@ int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t
         KARST_E("Data Block record out of bounds at offset %u\n", walk.offset);
         return -1;
     }
-    const uint32_t used = walk.offset;
+    // A trailing name without a value is no pair: the new records take its place, so that the
+    // block stays one that reads and checks as it did.
+    const uint32_t used = walk.pairs_end();
+    const uint32_t records_end = walk.offset;
     const uint64_t new_size = klv::pair_size(name.size(), len);
     // The room test does not count what a replaced pair would release.
     if (new_size > area.size - used) {
@@ -38,9 +41,17 @@ int blk_setenv(std::string_view name, const uint8_t *data, uint32_t len, uint8_t
     }
 
     if (!match) {
+        std::memset(bytes + used, 0, records_end - used);
         const size_t written =
             klv::encode_pair({bytes + used, area.size - used}, name, {data, len});
-        return written == 0 ? -1 : 0;
+        if (written == 0) {
+            return -1;
+        }
+        // The records end here, whatever stood behind where they used to end.
+        if (used + written < area.size) {
+            bytes[used + written] = 0;
+        }
+        return 0;
     }
 
     const uint32_t old_size = match->end - match->start;

@@ -5,6 +5,9 @@
 #include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
+#include "core/text_answer.hpp"
+
+#include <algorithm>
 
 extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf,
                                         uint32_t size) try {
@@ -31,6 +34,12 @@ extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *
     if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
         KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
         return static_cast<int>(res);
+    }
+    // The serial number is text: terminated inside the caller's buffer.
+    const size_t n = std::min<size_t>(op.size_of(1), size);
+    if (buf != nullptr && size > 0 && !karst::terminate_text(static_cast<char *>(buf), size, n)) {
+        KARST_E("Serial number of %d bytes has no terminating zero\n", static_cast<int>(n));
+        return -1;
     }
     return 0;
 }

@@ -35,14 +35,15 @@ int32_t otp_get_key(int32_t argc, char **argv) try {
     if (argc < 2) {
         return usage();
     }
-    // Zeroed: after a failed read the output file holds zero bytes, never old heap contents.
-    karst::HeapBuffer key;
-    if (!key.allocate(KEY_BUFFER_SIZE, true)) {
+    // Zeroed: after a failed read the output file holds zero bytes, never old heap contents;
+    // wiped before it is freed.
+    karst::SecretBuffer key;
+    if (!key.allocate(KEY_BUFFER_SIZE)) {
         return -1;
     }
     const int rc = pta_invoke_otp_get_key(PTA_DALU_CMD_OTP_GET_KEY, hex_operand(argv[0]),
                                           key.data(), KEY_BUFFER_SIZE);
-    writebin(argv[1], key.data(), KEY_BUFFER_SIZE);
+    karst::write_secret_file(argv[1], key.data(), KEY_BUFFER_SIZE);
     return rc;
 }
 KARST_BOUNDARY(-1)

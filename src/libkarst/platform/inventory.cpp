@@ -7,6 +7,7 @@
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 #include "core/tee_session.hpp"
+#include "core/text_answer.hpp"
 #include "inventory_file.hpp"
 #include "name_value.hpp"
 
@@ -80,6 +81,10 @@ extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t s
     }
     if (out != nullptr) {
         std::memcpy(out, value_buf.data(), n);
+        if (!karst::terminate_text(out, capacity, n)) {
+            KARST_E("Value of %d bytes has no terminating zero\n", static_cast<int>(n));
+            return -1;
+        }
     } else {
         KARST_PRINT("%s=%.*s\n", name, static_cast<int>(n), value_buf.chars());
     }

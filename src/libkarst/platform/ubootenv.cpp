@@ -5,6 +5,7 @@
 #include "core/log.hpp"
 #include "core/shared_buffer.hpp"
 #include "core/tee_session.hpp"
+#include "core/text_answer.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -67,6 +68,10 @@ extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t ou
     }
     if (out != nullptr) {
         std::memcpy(out, value_buf.data(), n);
+        if (!karst::terminate_text(out, out_size == 0 ? UBOOTENV_VALUE_SIZE : out_size, n)) {
+            KARST_E("Value of %d bytes has no terminating zero\n", static_cast<int>(n));
+            return -1;
+        }
     } else {
         KARST_PRINT("%s=%.*s\n", name, static_cast<int>(n), value_buf.chars());
     }
