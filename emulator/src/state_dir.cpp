@@ -54,6 +54,10 @@ extern "C" int karst_emu_setup(const char *root) {
             return -1;
         }
     }
+    // As on a board: every user may make files in /tmp, and only remove their own.
+    if (::chmod((base + "/tmp").c_str(), 01777) != 0) {
+        return -1;
+    }
     if (!karst::emu::install_reedata_tool(base)) {
         return -1;
     }

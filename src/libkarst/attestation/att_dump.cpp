@@ -67,7 +67,9 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
     }
     uint32_t klv_used = 0;
 
-    att::ree_data_tool_make(nonce);
+    if (!att::ree_data_tool_make(nonce, KARST_SITE)) {
+        return -1;
+    }
 
     // The block exists only when the REE data archive does.
     HeapBuffer block;
@@ -109,7 +111,7 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
                                                 BLOCK_SIZE, path_buf, path_buf_size)
                          : _pta_invoke_att_dump(PTA_DALU_CMD_ATT_DUMP, nonce, nullptr, 0, path_buf,
                                                 path_buf_size);
-    att::ree_data_tool_clean();
+    att::ree_data_tool_clean(KARST_SITE);
     return rc;
 }
 KARST_BOUNDARY(-1)

@@ -1,6 +1,7 @@
 #include "ree_data_tool.hpp"
 
 #include "attestation/board_paths.hpp"
+#include "core/board_files.hpp"
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
 
@@ -8,18 +9,24 @@ namespace karst::att {
 
 namespace {
 
-std::string tool_word() {
-    return shell::quote(platform_path(REE_DATA_TOOL));
+// The tool runs as root: only a program of root's (or this user's) that no one else can
+// change. A missing tool is run all the same: the shell reports it, and no archive results.
+bool run_tool(const std::string &arguments, log::Site site) {
+    if (!board::program_ok(REE_DATA_TOOL, site)) {
+        return false;
+    }
+    shell::run(shell::quote(platform_path(REE_DATA_TOOL)) + " " + arguments);
+    return true;
 }
 
 } // namespace
 
-void ree_data_tool_make(const char *nonce) {
-    shell::run(tool_word() + " 1 " + shell::quote(nonce));
+bool ree_data_tool_make(const char *nonce, log::Site site) {
+    return run_tool("1 " + shell::quote(nonce), site);
 }
 
-void ree_data_tool_clean() {
-    shell::run(tool_word() + " 2");
+void ree_data_tool_clean(log::Site site) {
+    run_tool("2", site);
 }
 
 } // namespace karst::att

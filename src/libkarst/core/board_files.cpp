@@ -149,11 +149,9 @@ const char *file_problem(const struct stat &st, uid_t euid, Kind kind) {
     return nullptr;
 }
 
-Opened open_file(std::string_view board_path, int flags, log::Site site, Kind kind) {
-    if (injected()) {
-        return not_opened();
-    }
-    const Use use{board_path, site};
+namespace {
+
+Opened open_checked(const Use &use, int flags, Kind kind) {
     Parent parent = open_parent(use);
     if (!parent.dir) {
         return std::move(parent.dir);
@@ -170,6 +168,26 @@ Opened open_file(std::string_view board_path, int flags, log::Site site, Kind ki
         return not_opened();
     }
     return checked_file(std::move(fd), use, kind, flags);
+}
+
+} // namespace
+
+Opened open_file(std::string_view board_path, int flags, log::Site site, Kind kind) {
+    if (injected()) {
+        return not_opened();
+    }
+    return open_checked({board_path, site}, flags, kind);
+}
+
+bool program_ok(std::string_view board_path, log::Site site) {
+    const Use use{board_path, site};
+    const Opened program = open_checked(use, O_RDONLY, Kind::regular);
+    struct stat st {};
+    if (program && ::fstat(program.get(), &st) == 0 && (st.st_mode & GROUP_OTHER_WRITE) != 0) {
+        use.refuse("a program writable by group or others");
+        return false;
+    }
+    return !program.reported();
 }
 
 Opened create_file(std::string_view board_path, mode_t mode, int flags, log::Site site) {
@@ -221,8 +239,10 @@ Found copy_into(std::string_view board_path, int source_fd, log::Site site) {
     const std::string from = platform_path(temporary);
     if (!copied || ::fsync(out.get()) != 0 ||
         ::rename(from.c_str(), platform_path(board_path).c_str()) != 0) {
+        const bool directory = errno == EISDIR;
         ::unlink(from.c_str());
-        return Found::failed;
+        return directory ? Use{board_path, site}.refuse("a directory is in the way").found
+                         : Found::failed;
     }
     return Found::ok;
 }

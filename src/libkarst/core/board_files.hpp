@@ -63,7 +63,8 @@ struct Stream {
     bool reported() const { return found == Found::refused; }
 };
 
-// Whether a file may be a block device as well as a regular file (the eMMC and its partition).
+// What a file must be besides being owned by the effective user or root: a regular file, or a
+// regular file or block device (the eMMC and its partition).
 enum class Kind { regular, regular_or_device };
 
 // An existing file, opened with flags (O_RDONLY or O_RDWR, plus O_TRUNC where wanted).
@@ -77,6 +78,10 @@ Stream create_stream(std::string_view board_path, const char *mode, log::Site si
 // is written to a fresh file beside it and renamed over it, so a failed copy never replaces a
 // good file. Found::ok when the copy is in place.
 Found copy_into(std::string_view board_path, int source_fd, log::Site site);
+// Whether the program at board_path may be run: false (with its refusal printed) when something
+// is there that is not a regular file of root's or this user's, or that group or others can
+// write. A missing program is no refusal. A check, not an acquisition: nothing stays open.
+bool program_ok(std::string_view board_path, log::Site site);
 // A directory the library uses as a whole.
 Opened open_directory(std::string_view board_dir, log::Site site);
 // The same, made with mode 0777 (the umask applies) when it is missing. A directory made here
