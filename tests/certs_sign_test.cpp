@@ -98,6 +98,11 @@ TEST_F(SignTest, VerifyArgumentStringAndSignaturePath) {
     write_file(data, "x");
     ASSERT_EQ(sign(data), 0);
     EXPECT_FALSE(read_file(data + ".si").empty());
+    // At 63 characters the cut signature path is the data path itself: refused, data kept.
+    data += "sig";
+    write_file(data, "x");
+    capture_stdout([&] { EXPECT_EQ(sign(data), -1); });
+    EXPECT_EQ(read_file(data), "x");
 }
 
 TEST_F(SignTest, MissingFilesFailWithoutReachingTheSecureWorld) {

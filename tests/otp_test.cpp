@@ -3,7 +3,9 @@
 // processes) and the results of the bodies and their wrappers.
 #include "support/test_env.hpp"
 
+#include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <regex>
 
 using namespace karst::test;
@@ -35,6 +37,19 @@ TEST_F(OtpTest, KeyReadSendsTheKeyNumberAndAnOutputBuffer) {
         out,
         R"(\[E:__pta_invoke_otp_get_key:\d+\] TEEC_InvokeCommand failed with code 0xffff0008 origin 0x4\n)"));
     EXPECT_EQ(untouched[0], 0xEE) << "the library does not clear the caller's buffer";
+
+    // The otp front end writes the key to a fresh 0600 file and leaves no copy in freed heap
+    // (glibc hands the freed 64-byte block to the next request of that size, its first 16 bytes
+    // overwritten by its free list).
+    const std::string file = path("/tmp/key.bin");
+    const char *argv[] = {"getkey", "3", file.c_str()};
+    capture_stdout([&] { otp_main(3, const_cast<char **>(argv)); });
+    struct stat st {};
+    ASSERT_EQ(::stat(file.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    void *reused = std::malloc(64);
+    EXPECT_EQ(memmem(reused, 64, key + 16, 16), nullptr) << "key bytes left in freed heap";
+    std::free(reused);
 }
 
 TEST_F(OtpTest, UserAreaBytesAreProgrammedOnceAndPersist) {

@@ -26,6 +26,11 @@ TEST_F(ProvQueryTest, YesNoAndFailure) {
     EXPECT_EQ(records[3].params[1].size, 64u);
     EXPECT_EQ(records[3].params[1].flags, static_cast<uint32_t>(TEEC_MEM_OUTPUT));
 
+    const uint8_t nothing = 0;
+    karst_emu_answer(PTA_DALU_CMD_PROV_QUERY, 1, &nothing, 0); // success, no status byte
+    EXPECT_EQ(pta20_prov_query(0), -1) << "an answer without a status byte is no";
+    karst_emu_answer(PTA_DALU_CMD_PROV_QUERY, 1, nullptr, 0);
+
     out = capture_stdout([] { EXPECT_EQ(pta20_prov_query(256), -1); });
     EXPECT_TRUE(matches(out, R"(\[E:_pta_invoke_prov_query:\d+\] TEEC_InvokeCommand failed )"
                              R"(with code 0xffff0006 origin 0x4\n)"));

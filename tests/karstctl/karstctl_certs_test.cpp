@@ -3,6 +3,7 @@
 #include "support/test_env.hpp"
 
 #include <regex>
+#include <sys/stat.h>
 
 namespace karst::test {
 namespace {
@@ -68,6 +69,9 @@ TEST_F(KarstctlCertsTest, OtpKeysUserAreaAndSerial) {
     EXPECT_TRUE(std::regex_match(key.out, std::regex("[0-9a-f]{64}\n"))) << key.out;
     EXPECT_EQ(run({"otp", "getkey", "3", "-o", path("/key.bin")}).status, 0);
     EXPECT_EQ(read_file(path("/key.bin")).size(), 32u);
+    struct stat st {};
+    ASSERT_EQ(::stat(path("/key.bin").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u) << "key files are readable by their owner only";
     EXPECT_EQ(run({"otp", "getkey", "0x40"}).status, 1);
 
     EXPECT_EQ(run({"otp", "prog-usr", "0x10", "--hex", "5aa5"}).status, 0);

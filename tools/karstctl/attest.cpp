@@ -57,8 +57,7 @@ void add_blk_get(CLI::App &attest, const std::shared_ptr<AttestOptions> &opts) {
         const std::string path = board_path("/tmp/datablk.bin");
         std::printf("%s\n", path.c_str());
         if (!opts->output.empty()) {
-            const std::vector<uint8_t> block = read_input(path);
-            write_output(opts->output, block.data(), block.size());
+            copy_board_file("/tmp/datablk.bin", opts->output);
         }
     });
 }

@@ -1,5 +1,6 @@
 #include "common.hpp"
 
+#include "core/file_bytes.hpp"
 #include "core/run_root.hpp"
 #include "karst.h"
 
@@ -48,6 +49,25 @@ void write_output(const std::string &path, const void *data, size_t size) {
     if (std::fclose(out) != 0 || !written) {
         fail(FILE_FAILED, "cannot write " + path);
     }
+}
+
+void write_secret(const std::string &path, const void *data, size_t size) {
+    if (size > UINT32_MAX ||
+        karst::write_secret_file(path.c_str(), data, static_cast<uint32_t>(size)) != 0) {
+        fail(FILE_FAILED, "cannot write " + path);
+    }
+}
+
+void copy_board_file(const std::string &board_path, const std::string &output) {
+    karst::FileBytes bytes;
+    if (bytes.read_board(board_path, KARST_SITE) != karst::board::Found::ok) {
+        fail(FILE_FAILED, "cannot read " + karst::platform_path(board_path));
+    }
+    write_output(output, bytes.data(), bytes.size());
+}
+
+std::string bounded_text(const char *buffer, size_t room) {
+    return std::string(buffer, strnlen(buffer, room));
 }
 
 void emit(const std::string &path, const std::string &text) {

@@ -26,8 +26,15 @@ void check_call(int result, const char *call);
 // Whole files named by the user.
 std::vector<uint8_t> read_input(const std::string &path);
 void write_output(const std::string &path, const void *data, size_t size);
+// The same for key material: a fresh file of mode 0600 (what was at the path is removed first).
+void write_secret(const std::string &path, const void *data, size_t size);
+// Copies a file the library left at one of the board's paths (checked as the library checks
+// its own files) to the file the user named.
+void copy_board_file(const std::string &board_path, const std::string &output);
 // Writes data to path when path is not empty, else prints it as text with a line end.
 void emit(const std::string &path, const std::string &text);
+// The text in a buffer of room bytes that the library filled: never read past the buffer.
+std::string bounded_text(const char *buffer, size_t room);
 
 // A board path as this build of the library uses it (under $KARST_ROOT against the emulator).
 std::string board_path(const std::string &path);

@@ -36,7 +36,7 @@ void add_env(CLI::App &app) {
         auto value = std::make_unique<char[]>(VALUE_ROOM);
         check_call(pta20_ubootenv_get(opts->name.c_str(), value.get(), VALUE_ROOM),
                    "pta20_ubootenv_get");
-        emit(opts->output, value.get());
+        emit(opts->output, bounded_text(value.get(), VALUE_ROOM));
     });
 
     CLI::App *set = add_command(*env, "set", "Set a variable; without a value, clear it",

@@ -180,8 +180,7 @@ void add_dump_delete(CLI::App &image, const std::shared_ptr<ImageOptions> &opts)
             const std::string copy = board_path("/tmp/fw_image");
             std::printf("%s\n", copy.c_str());
             if (!opts->output.empty()) {
-                const std::vector<uint8_t> bytes = read_input(copy);
-                write_output(opts->output, bytes.data(), bytes.size());
+                copy_board_file("/tmp/fw_image", opts->output);
             }
             return;
         }

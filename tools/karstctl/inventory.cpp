@@ -39,7 +39,7 @@ void add_inventory(CLI::App &app) {
         auto value = std::make_unique<char[]>(VALUE_ROOM);
         check_call(pta20_inventory_get(opts->name.c_str(), value.get(), VALUE_ROOM),
                    "pta20_inventory_get");
-        emit(opts->output, value.get());
+        emit(opts->output, bounded_text(value.get(), VALUE_ROOM));
     });
 
     CLI::App *set =

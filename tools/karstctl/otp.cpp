@@ -2,6 +2,7 @@
 #include "common.hpp"
 #include "families.hpp"
 
+#include "core/heap_buffer.hpp"
 #include "karst.h"
 
 #include <cstdio>
@@ -21,16 +22,6 @@ struct OtpOptions {
     std::string file;
     std::string output;
 };
-
-std::string to_hex(const uint8_t *data, size_t size) {
-    std::string text;
-    char pair[3];
-    for (size_t i = 0; i < size; ++i) {
-        std::snprintf(pair, sizeof pair, "%02x", data[i]);
-        text += pair;
-    }
-    return text;
-}
 
 std::vector<uint8_t> from_hex(const std::string &text) {
     std::vector<uint8_t> bytes;
@@ -63,13 +54,22 @@ void add_otp(CLI::App &app) {
     getkey->add_option("key", opts->key, "Key number (0x00 to 0x1f)")->required();
     getkey->add_option("-o,--output", opts->output, "Write the key's bytes to this file instead");
     getkey->callback([opts] {
-        uint8_t key[KEY_SIZE] = {0};
-        check_call(pta_invoke_otp_get_key(PTA_DALU_CMD_OTP_GET_KEY, opts->key, key, sizeof key),
+        // Key bytes live only here, wiped on every path; printed digit by digit, so that no
+        // string of the heap ever holds them.
+        struct Key {
+            uint8_t bytes[KEY_SIZE] = {0};
+            ~Key() { karst::wipe_memory(bytes, sizeof bytes); }
+        } key;
+        check_call(pta_invoke_otp_get_key(PTA_DALU_CMD_OTP_GET_KEY, opts->key, key.bytes,
+                                          sizeof key.bytes),
                    "pta_invoke_otp_get_key");
         if (opts->output.empty()) {
-            std::printf("%s\n", to_hex(key, sizeof key).c_str());
+            for (const uint8_t byte : key.bytes) {
+                std::printf("%02x", byte);
+            }
+            std::printf("\n");
         } else {
-            write_output(opts->output, key, sizeof key);
+            write_secret(opts->output, key.bytes, sizeof key.bytes);
         }
     });
 
@@ -106,7 +106,7 @@ void add_otp(CLI::App &app) {
         uint32_t length = 0;
         check_call(pta20_otp_board_sn_get(&length, serial, sizeof serial - 1),
                    "pta20_otp_board_sn_get");
-        emit(opts->output, serial);
+        emit(opts->output, bounded_text(serial, sizeof serial));
     });
 }
 
