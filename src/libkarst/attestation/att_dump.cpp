@@ -113,8 +113,9 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
                                                 path_buf_size);
     att::ree_data_tool_clean(KARST_SITE);
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_buf_size) try {
     if (nonce == nullptr) {
@@ -133,5 +134,6 @@ extern "C" int pta20_att_dump(const char *nonce, char *path_buf, uint32_t path_b
     const int rc = pta_invoke_cmd(PTA_DALU_CMD_ATT_DUMP, block);
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -122,5 +122,6 @@ extern "C" int _pta_invoke_att_dump(uint32_t, const char *nonce, const void *blo
         std::memcpy(path_buf, path.c_str(), path.size());
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -77,5 +77,6 @@ extern "C" int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t valu
     }
     std::fwrite(block.data(), 1, block.size(), file.get());
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -110,8 +110,9 @@ extern "C" int pta_invoke_dalu_get_certificate(uint32_t command, int32_t cert_in
     KARST_E("Certificate %d (cert_index %d) not found in concatenated data",
             static_cast<int>(position), cert_index);
     return static_cast<int>(TEEC_ERROR_ITEM_NOT_FOUND);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size) try {
     if (buf == nullptr || size == nullptr || *size == 0) {
@@ -129,5 +130,6 @@ extern "C" int pta20_get_cert(int32_t cert_index, uint8_t *buf, uint32_t *size) 
     }
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

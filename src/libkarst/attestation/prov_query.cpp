@@ -47,8 +47,9 @@ extern "C" int _pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t 
                                       uint32_t len) try {
     size_t reported = 0;
     return query_status(command, query, buf, len, reported);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *buf,
                                      uint32_t len) try {
@@ -67,8 +68,9 @@ extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *
     size_t reported = 0;
     const int rc = query_status(command, query, buf, len, reported);
     return rc == 0 && reported >= 1 && buf[0] == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_prov_query(uint32_t query) try {
     if (pta_open_session() != TEEC_SUCCESS) {
@@ -79,5 +81,6 @@ extern "C" int pta20_prov_query(uint32_t query) try {
     const int rc = pta_invoke_cmd(PTA_DALU_CMD_PROV_QUERY, block);
     pta_close_session();
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -107,13 +107,15 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
         KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
     }
     return static_cast<int>(res);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) try {
     return _pta_invoke_ra_refresh(command, path, capacity);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) try {
     if (pta_open_session() != TEEC_SUCCESS) {
@@ -125,5 +127,6 @@ extern "C" int pta20_ra_refresh(const char *path, uint32_t capacity) try {
         return RA_REFRESH_REJECTED;
     }
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -71,5 +71,6 @@ extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *pa
         std::fwrite(signature.data(), 1, n, out.get());
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

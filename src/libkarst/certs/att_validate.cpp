@@ -24,8 +24,9 @@ extern "C" int pta_invoke_att_validate(uint32_t cmd, uint32_t value) try {
         return static_cast<int>(res);
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_att_security_validate(uint32_t value) try {
     if (pta_open_session() != TEEC_SUCCESS) {
@@ -44,5 +45,6 @@ extern "C" int pta20_att_security_validate(uint32_t value) try {
     default:
         return -1;
     }
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

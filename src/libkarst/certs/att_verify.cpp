@@ -70,5 +70,6 @@ extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) try {
         return static_cast<int>(res);
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -48,8 +48,9 @@ extern "C" int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t 
         return REFUSED;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_auth_certs(uint32_t cmd, const char *first_path,
                                      const char *second_path) try {
@@ -67,8 +68,9 @@ extern "C" int pta_invoke_auth_certs(uint32_t cmd, const char *first_path,
         return -1;
     }
     return _pta_invoke_auth_certs(cmd, first.data(), first.size(), second.data(), second.size());
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_auth_certs(const uintptr_t *words) try {
     if (words == nullptr) {
@@ -87,5 +89,6 @@ extern "C" int pta20_auth_certs(const uintptr_t *words) try {
         static_cast<uint32_t>(words[3]));
     pta_close_session();
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -27,5 +27,6 @@ extern "C" int pta_invoke_blk_verify(uint32_t cmd, const char *path) try {
         return static_cast<int>(res);
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

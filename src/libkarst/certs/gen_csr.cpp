@@ -77,13 +77,15 @@ extern "C" int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void
         std::fwrite(csr.data(), 1, n, out.get());
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_gen_csr_import(const char *out_path, const void *data, uint32_t len) try {
     return pta_invoke_gen_csr(PTA_DALU_CMD_GEN_CSR, out_path, data, len, nullptr);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint32_t len) try {
     if (out_path == nullptr || data == nullptr) {
@@ -95,5 +97,6 @@ extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint
     const int rc = pta_invoke_gen_csr_import(out_path, data, len);
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -31,29 +31,33 @@ extern "C" int pta_invoke_replace_crt(uint32_t cmd, uint32_t index, const char *
                                       uint32_t len) try {
     return replace_certificate(
         ReplaceRequest{__func__, cmd, false, index, uri, option, file, data, len});
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_ra_crt(uint32_t cmd, uint32_t index, const char *uri,
                                          uint32_t option, const char *file, const void *data,
                                          uint32_t len) try {
     return replace_certificate(
         ReplaceRequest{__func__, cmd, true, index, uri, option, file, data, len});
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_crt_import(const char *uri, const void *data, uint32_t len,
                                              uint32_t option) try {
     return pta_invoke_replace_crt(PTA_DALU_CMD_REPLACE_CRT, 0, uri, option, nullptr, data, len);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_replace_ra_crt_import(const char *uri, const void *data, uint32_t len,
                                                 uint32_t option) try {
     return pta_invoke_replace_ra_crt(PTA_DALU_CMD_REPLACE_RA_CRT, 0, uri, option, nullptr, data,
                                      len);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t option) try {
     if (index < FIRST_INDEX || index > LAST_INDEX) {
@@ -64,17 +68,20 @@ extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t opti
         pta20_args(block, index, option, 0, reinterpret_cast<uintptr_t>(path), 0, 0);
         return pta_invoke_cmd(PTA_DALU_CMD_REPLACE_CRT, block);
     });
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
                                         uint32_t option) try {
     return in_session([&] { return pta_invoke_replace_crt_import(uri, data, len, option); });
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,
                                            uint32_t option) try {
     return in_session([&] { return pta_invoke_replace_ra_crt_import(uri, data, len, option); });
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -150,16 +150,18 @@ extern "C" void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr
     block[4] = a4; // the fourth and fifth arguments go crosswise
     block[3] = a5;
     block[5] = a6;
+} catch (...) {
+    KARST_CAUGHT_VOID();
 }
-KARST_BOUNDARY_VOID
 
 extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) try {
     if (number <= FIRST_LEVEL_LAST && first_level[number] != nullptr) {
         return first_level[number](number, block);
     }
     return pta_invoke_cmd_default(number, block[1], block[4]);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4) try {
     const uint32_t index = number - SECOND_LEVEL_FIRST; // unsigned: below 4 wraps far above 11
@@ -167,8 +169,10 @@ extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_
         return second_level[index](number, word1, word4);
     }
     return -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
-extern "C" int pta_invoke_test_cmd(uintptr_t, uintptr_t) try { return -1; }
-KARST_BOUNDARY(-1)
+extern "C" int pta_invoke_test_cmd(uintptr_t, uintptr_t) try { return -1; } catch (...) {
+    return KARST_CAUGHT(-1);
+}

@@ -125,8 +125,9 @@ extern "C" int readbin(const char *path, uint8_t **buffer_out, uint32_t *size_ou
         return -1;
     }
     return karst::read_whole(std::move(file), buffer_out, size_out);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int writebin(const char *path, const void *buffer, uint32_t size) try {
     karst::File file = karst::File::open(path, "wb");
@@ -138,8 +139,9 @@ extern "C" int writebin(const char *path, const void *buffer, uint32_t size) try
         std::fwrite(buffer, size, 1, file.get());
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" void xstrcpy(char *destination, const char *source, int capacity) try {
     const size_t length = std::strlen(source);
@@ -154,5 +156,6 @@ extern "C" void xstrcpy(char *destination, const char *source, int capacity) try
         return;
     }
     std::memcpy(destination, source, length + 1);
+} catch (...) {
+    KARST_CAUGHT_VOID();
 }
-KARST_BOUNDARY_VOID

@@ -104,8 +104,9 @@ extern "C" uint32_t pta_open_session(void) try {
         return res;
     }
     return TEEC_SUCCESS;
+} catch (...) {
+    return KARST_CAUGHT(TEEC_ERROR_GENERIC);
 }
-KARST_BOUNDARY(TEEC_ERROR_GENERIC)
 
 extern "C" void pta_close_session(void) try {
     // Only the thread that holds the session may close it; a close from any other thread (or
@@ -116,5 +117,6 @@ extern "C" void pta_close_session(void) try {
     }
     TEEC_CloseSession(&g_session);
     finalize_context();
+} catch (...) {
+    KARST_CAUGHT_VOID();
 }
-KARST_BOUNDARY_VOID

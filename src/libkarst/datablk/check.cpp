@@ -35,5 +35,6 @@ extern "C" int pta20_datablk_check(const void *blk, uint32_t buffer_len) try {
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

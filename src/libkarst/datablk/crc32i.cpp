@@ -37,5 +37,6 @@ extern "C" uint32_t crc32i(uint32_t crc, const void *buf, uint32_t len) try {
         return ~crc;
     }
     return crc32_continue(~crc, static_cast<const uint8_t *>(buf), len);
+} catch (...) {
+    return KARST_CAUGHT(0);
 }
-KARST_BOUNDARY(0)

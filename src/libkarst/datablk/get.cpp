@@ -45,5 +45,6 @@ extern "C" int pta20_datablk_get(uint32_t /*magic_id*/, const char *name, void *
         return -1;
     }
     return blk_get(name, static_cast<uint8_t *>(data), len, static_cast<const uint8_t *>(blk));
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -39,5 +39,6 @@ extern "C" int32_t pta20_datablk_get_info(const void *blk, int32_t opt) try {
         KARST_E("Invalid argument opt (%d)\n", opt);
         return -1;
     }
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

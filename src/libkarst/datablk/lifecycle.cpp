@@ -23,11 +23,13 @@ extern "C" int pta20_datablk_create(uint32_t magic_id, void *blk, uint32_t len) 
     write_header(bytes, magic_id, len - HEADER_LEN);
     datablk_store_crc(bytes);
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_datablk_destroy(uint32_t magic_id, void *blk, uint32_t len) try {
     // The caller frees the buffer; nothing here belongs to the library.
     return blk == nullptr || magic_id == 0 || len == 0 ? -1 : 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

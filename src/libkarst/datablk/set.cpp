@@ -61,5 +61,6 @@ extern "C" int pta20_datablk_set(uint32_t magic_id, const char *name, const void
     }
     return blk_set(magic_id, name, static_cast<const uint8_t *>(data), len,
                    static_cast<uint8_t *>(blk));
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -20,5 +20,6 @@ extern "C" int pta20_datablk_update_crc(uint32_t /*magic_id*/, void *blk) try {
     }
     datablk_store_crc(bytes);
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

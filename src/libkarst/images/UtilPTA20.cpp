@@ -125,8 +125,9 @@ extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, ui
     KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_AUTH rc = %x; retry left %d:10\n",
                 static_cast<unsigned>(rc), left);
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
@@ -141,8 +142,9 @@ extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, 
     KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_UPLOAD rc = %x; retry left %d:10\n",
                 static_cast<unsigned>(rc), left);
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
@@ -165,8 +167,9 @@ extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, ui
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) try {
     if (!word_ok(img_id)) {
@@ -182,8 +185,9 @@ extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) try {
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, img_id, img_flags, 0, 0, 0, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_FW_DELETE, block) == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
     if (!word_ok(img_id)) {
@@ -208,8 +212,9 @@ extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, 
     pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
     const int rc = pta_invoke_cmd(PTA_DALU_CMD_FW_UPDATE, block);
     return rc == 0 && dumps_ok ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 int karst::images::progress_message(uint32_t img_id, uint32_t mode) {
     if (!word_ok(img_id)) {
@@ -231,5 +236,6 @@ int karst::images::progress_message(uint32_t img_id, uint32_t mode) {
 
 extern "C" int pta20_img_updmsg(uint32_t img_id, uint32_t mode) try {
     return progress_message(img_id, mode);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -99,5 +99,6 @@ extern "C" int pta20_img_updprogress(img_update_ctx *ctx) try {
         progress_of(ctx).store(0);
     }
     return progress_of(ctx).load();
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -19,8 +19,9 @@ extern "C" int pta_invoke_fpga_ready(uint32_t cmd) try {
         return static_cast<int>(res);
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_fpga_ready(void) try {
     tee::SessionScope session;
@@ -28,8 +29,9 @@ extern "C" int pta20_fpga_ready(void) try {
         return -1;
     }
     return pta_invoke_fpga_ready(PTA_DALU_CMD_FPGA_READY) == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_bios_set4Byte(uint32_t enable) try {
     // The serial flash opcodes: 0xB7 enters 4-byte address mode, 0xE9 leaves it. The register
@@ -43,5 +45,6 @@ extern "C" int pta20_bios_set4Byte(uint32_t enable) try {
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>(request), 0, 0);
     return pta_invoke_cmd(PTA_DALU_CMD_CPLD_REGW, block) == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -108,5 +108,6 @@ extern "C" int pta_invoke_fw_auth_dblk(uint32_t, uint32_t img_id, uint32_t img_f
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

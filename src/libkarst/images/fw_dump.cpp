@@ -88,8 +88,9 @@ extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags,
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flags, void *) try {
     const uint32_t type = img_type(img_id);
@@ -105,5 +106,6 @@ extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flag
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -46,17 +46,20 @@ int send_image(const char *func, uint32_t command, bool pass_code, uint32_t img_
 extern "C" int pta_invoke_fw_auth(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
                                   uint32_t size) try {
     return send_image(__func__, PTA_DALU_CMD_FW_AUTH, false, img_id, img_flags, arg, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_fw_upload(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
                                     uint32_t size) try {
     return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_fw_update(uint32_t cmd, uint32_t img_id, uint32_t img_flags, void *arg,
                                     uint32_t size) try {
     return send_image(__func__, cmd, true, img_id, img_flags, arg, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

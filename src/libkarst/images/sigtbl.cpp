@@ -91,5 +91,6 @@ extern "C" int dalu_parse_sigtbl(const uint32_t *table, sig_block *blocks, sig_e
         }
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -42,8 +42,9 @@ extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, void *buf,
                                            uint32_t size) try {
@@ -53,13 +54,15 @@ extern "C" int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, voi
     const int rc = _pta_invoke_board_sn_get(cmd, out_word, buf, size);
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_otp_board_sn_get(uint32_t *out_word, void *buf, uint32_t size) try {
     if (out_word == nullptr || buf == nullptr || size == 0) {
         return -1;
     }
     return pta_invoke_otp_get_board_sn(PTA_DALU_CMD_BOARD_SN_GET, out_word, buf, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -20,8 +20,9 @@ int32_t usage(void) try {
     KARST_PRINT("otp prog_usr <offset> <data>\n");
     KARST_PRINT("otp getsn <offset> <data>\n");
     return -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) try {
     if (argc < 1 || argv == nullptr || argv[0] == nullptr) {
@@ -33,13 +34,15 @@ int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) try {
         }
     }
     return usage();
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 int32_t otp_main(int32_t argc, char **argv) try {
     pta_invoke_cmd_otp(argc, argv);
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(0);
 }
-KARST_BOUNDARY(0)
 
 } // extern "C"

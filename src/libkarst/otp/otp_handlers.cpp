@@ -25,11 +25,13 @@ uint32_t hex_operand(const char *text) {
 
 extern "C" {
 
-int32_t otp_ver(int32_t, char **) try { return 0; }
-KARST_BOUNDARY(-1)
+int32_t otp_ver(int32_t, char **) try { return 0; } catch (...) {
+    return KARST_CAUGHT(-1);
+}
 
-int32_t otp_read(int32_t, char **) try { return 0; }
-KARST_BOUNDARY(-1)
+int32_t otp_read(int32_t, char **) try { return 0; } catch (...) {
+    return KARST_CAUGHT(-1);
+}
 
 int32_t otp_get_key(int32_t argc, char **argv) try {
     if (argc < 2) {
@@ -45,8 +47,9 @@ int32_t otp_get_key(int32_t argc, char **argv) try {
                                           key.data(), KEY_BUFFER_SIZE);
     karst::write_secret_file(argv[1], key.data(), KEY_BUFFER_SIZE);
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 int32_t otp_prog_usr(int32_t argc, char **argv) try {
     if (argc < 2) {
@@ -58,8 +61,9 @@ int32_t otp_prog_usr(int32_t argc, char **argv) try {
         return -1;
     }
     return pta_invoke_otp_prog_usr(PTA_DALU_CMD_OTP_PROG_USR, offset, data.data(), data.size());
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 int32_t otp_get_sn(int32_t, char **) try {
     uint32_t word = 0;
@@ -71,7 +75,8 @@ int32_t otp_get_sn(int32_t, char **) try {
         KARST_PRINT("%.*s\n", static_cast<int>(strnlen(serial, sizeof serial)), serial);
     }
     return rc;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 } // extern "C"

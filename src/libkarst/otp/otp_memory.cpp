@@ -43,22 +43,26 @@ template <typename Body> int in_session(Body body) {
 extern "C" int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf,
                                         uint32_t size) try {
     return invoke_with_memory(__func__, cmd, key_id, buf, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
                                          uint32_t len) try {
     return invoke_with_memory(__func__, cmd, offset, data, len);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size) try {
     return in_session([&] { return __pta_invoke_otp_get_key(cmd, key_id, buf, size); });
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
                                        uint32_t len) try {
     return in_session([&] { return __pta_invoke_otp_prog_usr(cmd, offset, data, len); });
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -58,8 +58,9 @@ extern "C" int pta_invoke_cpld_regr(uint32_t number, char *text) try {
     }
     KARST_PRINT("Read CPLD Reg[%02X] = %02X\n", reg, out.data()[0]);
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_cpld_regw(uint32_t number, char *text) try {
     using namespace karst::tee;
@@ -107,5 +108,6 @@ extern "C" int pta_invoke_cpld_regw(uint32_t number, char *text) try {
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -72,5 +72,6 @@ extern "C" int pta20_import_fw_invt_tavo(const char *path) try {
     fd.reset();
     pta_close_session();
     return whole && unlocked ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -89,8 +89,9 @@ extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t s
         KARST_PRINT("%s=%.*s\n", name, static_cast<int>(n), value_buf.chars());
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uint32_t size) try {
     using namespace karst::tee;
@@ -131,13 +132,15 @@ extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uin
         return -1;
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_inventory_get(uint32_t, char *text) try {
     return _pta_invoke_inventory_get(text, nullptr, 0);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_inventory_set(uint32_t, char *text) try {
     karst::NameValue nv;
@@ -147,8 +150,9 @@ extern "C" int pta_invoke_inventory_set(uint32_t, char *text) try {
     }
     const auto size = nv.value != nullptr ? static_cast<uint32_t>(std::strlen(nv.value) + 1) : 0u;
     return _pta_invoke_inventory_set(nv.name, nv.value, size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size) try {
     if (name == nullptr || buffer == nullptr) {
@@ -183,8 +187,9 @@ extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size
     }
     karst::config::write_inventory_file(name, buffer, size);
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t size) try {
     if (name == nullptr) {
@@ -198,5 +203,6 @@ extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t 
     const int rc = _pta_invoke_inventory_set(name, data, size);
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

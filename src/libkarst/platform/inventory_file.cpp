@@ -105,8 +105,9 @@ extern "C" int read_config(const char *path, const char *key, char *out, uint32_
         return -1;
     }
     return read_entry(fd, path, key, out, out_size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 namespace karst::config {
 namespace {
@@ -302,5 +303,6 @@ extern "C" int write_config(const char *path, const char *key, const char *value
         return -1;
     }
     return write_entry(fd, path, key, value, value_size);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)

@@ -83,13 +83,15 @@ extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, 
         *out = word_at(output.data(), 0);
     }
     return 0;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta_invoke_memreg_get(uint32_t, const char *address_text, uint32_t count) try {
     return _pta_invoke_memreg_get(address_text, count, nullptr);
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
 
 extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32_t *out) try {
     if (count > MEMREG_EXPORTED_MAX) {
@@ -102,5 +104,6 @@ extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32
     const int rc = _pta_invoke_memreg_get(address_text, count, out);
     pta_close_session();
     return rc == 0 ? 0 : -1;
+} catch (...) {
+    return KARST_CAUGHT(-1);
 }
-KARST_BOUNDARY(-1)
