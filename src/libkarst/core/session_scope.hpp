@@ -1,5 +1,6 @@
 // The PTA session for the length of a scope: opened on construction, closed on destruction when
-// the open succeeded, so an exported call closes what it opened on every path.
+// the open succeeded, so that whoever opens it closes it on every path. Every exported call that
+// talks to the secure world, and every tool of the project, opens the session through it.
 #pragma once
 
 #include "karst.h"
@@ -10,18 +11,20 @@ namespace karst::tee {
 
 class SessionScope {
   public:
-    SessionScope() : open_(pta_open_session() == TEEC_SUCCESS) {}
+    SessionScope() : result_(pta_open_session()) {}
     SessionScope(const SessionScope &) = delete;
     SessionScope &operator=(const SessionScope &) = delete;
     ~SessionScope() {
-        if (open_) {
+        if (open()) {
             pta_close_session();
         }
     }
-    bool open() const { return open_; }
+    bool open() const { return result_ == TEEC_SUCCESS; }
+    // What the open returned: TEEC_SUCCESS, TEEC_ERROR_BUSY, or the client library's code.
+    uint32_t result() const { return result_; }
 
   private:
-    bool open_;
+    uint32_t result_;
 };
 
 } // namespace karst::tee
