@@ -2,7 +2,7 @@
 
 #include "attestation/archive_members.hpp"
 #include "attestation/archive_path.hpp"
-#include "attestation/board_paths.hpp"
+#include "core/board_paths.hpp"
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
 
@@ -34,7 +34,7 @@ bool extract_archive(const Fd &archive, const std::string &path, log::Site site)
                    member.empty() ? "" : ": ", member.c_str());
         return false;
     }
-    shell::run("cd " + shell::quote(platform_path(ATTESTATION_DIR)) + " && tar -zxof " +
+    shell::run("cd " + shell::quote(platform_path(paths::ATTESTATION_DIR)) + " && tar -zxof " +
                archive_word(path));
     return true;
 }

@@ -4,11 +4,11 @@
 // the nonce.
 #include "karst.h"
 
-#include "attestation/board_paths.hpp"
 #include "attestation/nonce.hpp"
 #include "attestation/ree_data_tool.hpp"
 #include "attestation/spdm_evidence.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/file_handle.hpp"
@@ -29,9 +29,9 @@ constexpr char SPDM_EVIDENCE_KEY[] = "SPDMDevInvt_v1_klvs";
 
 // Writes the block as sent, into a file created fresh; neither failure stops the dump.
 void keep_copy(const karst::HeapBuffer &block) {
-    const std::string path = karst::platform_path(karst::att::ATT_DUMP_COPY);
+    const std::string path = karst::platform_path(karst::paths::ATT_DUMP_COPY);
     karst::board::Stream file =
-        karst::board::create_stream(karst::att::ATT_DUMP_COPY, "wb", KARST_SITE);
+        karst::board::create_stream(karst::paths::ATT_DUMP_COPY, "wb", KARST_SITE);
     if (!file) {
         if (file.reported()) {
             return;
@@ -75,13 +75,13 @@ extern "C" int pta_invoke_att_dump(uint32_t, const char *nonce, char *path_buf,
     HeapBuffer block;
     FileBytes archive;
     const board::Found found =
-        archive.read_board(att::REE_DATA_ARCHIVE, KARST_SITE, FileBytes::Missing::quiet);
+        archive.read_board(paths::REE_DATA_ARCHIVE, KARST_SITE, FileBytes::Missing::quiet);
     if (found != board::Found::missing) {
         if (found == board::Found::refused) {
             return -1;
         }
         if (found != board::Found::ok) {
-            KARST_E("Failed to read file %s\n", platform_path(att::REE_DATA_ARCHIVE).c_str());
+            KARST_E("Failed to read file %s\n", platform_path(paths::REE_DATA_ARCHIVE).c_str());
             return -1;
         }
         if (!block.allocate(BLOCK_SIZE, true)) {

@@ -4,10 +4,10 @@
 #include "karst.h"
 
 #include "attestation/attestation_dir.hpp"
-#include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
 #include "attestation/digest_info.hpp"
 #include "attestation/nonce.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -102,7 +102,7 @@ extern "C" int _pta_invoke_att_dump(uint32_t, const char *nonce, const void *blo
         return -1;
     }
 
-    const std::string board_path = att::bounded(std::string(att::ATTESTATION_DIR) + "/attd_" +
+    const std::string board_path = att::bounded(std::string(paths::ATTESTATION_DIR) + "/attd_" +
                                                     *digest_text + "_" + nonce + ".bin",
                                                 RESULT_PATH_FIELD);
     const std::string path = platform_path(board_path);

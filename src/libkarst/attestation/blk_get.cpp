@@ -2,8 +2,8 @@
 // written whole to "/tmp/datablk.bin". The library does not look into the block.
 #include "karst.h"
 
-#include "attestation/board_paths.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
@@ -65,9 +65,9 @@ extern "C" int pta_invoke_blk_get(uint32_t command, uint32_t type, uint32_t valu
     }
 
     // The whole buffer is written, whatever the secure world filled.
-    const std::string path = karst::platform_path(karst::att::DATABLK_FILE);
+    const std::string path = karst::platform_path(karst::paths::DATABLK_FILE);
     const karst::board::Stream file =
-        karst::board::create_stream(karst::att::DATABLK_FILE, "w+", KARST_SITE);
+        karst::board::create_stream(karst::paths::DATABLK_FILE, "w+", KARST_SITE);
     if (!file) {
         if (file.reported()) {
             return -1;

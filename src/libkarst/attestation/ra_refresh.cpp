@@ -5,9 +5,9 @@
 
 #include "attestation/archive_extract.hpp"
 #include "attestation/attestation_dir.hpp"
-#include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
 #include "core/heap_buffer.hpp"
@@ -38,7 +38,7 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
     }
     // The caller's archive is used as given; the default one is a board file, checked.
     const std::string default_board =
-        att::bounded(std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME, PATH_FIELD);
+        att::bounded(std::string(paths::NV_DIR) + "/" + paths::RA_ARCHIVE_NAME, PATH_FIELD);
     const std::string archive =
         path != nullptr ? att::bounded(path, PATH_FIELD) : platform_path(default_board);
     const board::Opened archive_file = path != nullptr
@@ -69,7 +69,7 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
     }
 
     const std::string data_board =
-        att::bounded(std::string(att::ATTESTATION_DIR) + "/" + att::RA_DATA_NAME, PATH_FIELD);
+        att::bounded(std::string(paths::ATTESTATION_DIR) + "/" + paths::RA_DATA_NAME, PATH_FIELD);
     const std::string data_path = platform_path(data_board);
     FileBytes content;
     if (const board::Found found = content.read_board(data_board, KARST_SITE);

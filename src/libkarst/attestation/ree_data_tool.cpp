@@ -1,7 +1,7 @@
 #include "ree_data_tool.hpp"
 
-#include "attestation/board_paths.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
 
@@ -12,10 +12,10 @@ namespace {
 // The tool runs as root: only a program of root's (or this user's) that no one else can
 // change. A missing tool is run all the same: the shell reports it, and no archive results.
 bool run_tool(const std::string &arguments, log::Site site) {
-    if (!board::program_ok(REE_DATA_TOOL, site)) {
+    if (!board::program_ok(paths::REE_DATA_TOOL, site)) {
         return false;
     }
-    shell::run(shell::quote(platform_path(REE_DATA_TOOL)) + " " + arguments);
+    shell::run(shell::quote(platform_path(paths::REE_DATA_TOOL)) + " " + arguments);
     return true;
 }
 

@@ -1,10 +1,10 @@
 // The measurement records of the attested devices: one record per "<name>.bin" file in each
 // subdirectory, keyed by name alone, ten in all across the subdirectories.
-#include "attestation/board_paths.hpp"
 #include "attestation/bounded_text.hpp"
 #include "attestation/directory.hpp"
 #include "attestation/evidence_file.hpp"
 #include "attestation/spdm_evidence.hpp"
+#include "core/board_paths.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 
@@ -19,13 +19,13 @@ constexpr std::size_t PATH_FIELD = 256;
 void spdm_collect_measurements(std::uint8_t *buffer, std::uint32_t capacity,
                                std::uint32_t *offset) {
     board::Found found{};
-    const Directory top = open_directory(SPDM_MEASUREMENTS_DIR, KARST_SITE, found);
+    const Directory top = open_directory(paths::SPDM_MEASUREMENTS_DIR, KARST_SITE, found);
     if (found == board::Found::refused) {
         return;
     }
     if (!top) {
         KARST_I("SPDM measurements directory not found: %s\n",
-                platform_path(SPDM_MEASUREMENTS_DIR).c_str());
+                platform_path(paths::SPDM_MEASUREMENTS_DIR).c_str());
         return;
     }
     std::uint32_t records = 0;
@@ -38,8 +38,8 @@ void spdm_collect_measurements(std::uint8_t *buffer, std::uint32_t capacity,
             continue;
         }
         // Board form of the subdirectory, cut to its field; the run root comes on top.
-        const std::string sub_board =
-            bounded(std::string(SPDM_MEASUREMENTS_DIR) + "/" + sub_entry->d_name, PATH_FIELD);
+        const std::string sub_board = bounded(
+            std::string(paths::SPDM_MEASUREMENTS_DIR) + "/" + sub_entry->d_name, PATH_FIELD);
         const Directory sub = open_directory(sub_board, KARST_SITE, found);
         if (!sub) {
             continue;

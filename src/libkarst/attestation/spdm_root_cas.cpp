@@ -4,13 +4,14 @@
 
 #include "attestation/evidence_file.hpp"
 #include "attestation/spdm_evidence.hpp"
+#include "core/board_paths.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 
 extern "C" {
 KARST_API const char *root_ca_files[2] = {
-    "/etc/defaults/spdm_dalu_rootCA.der",
-    "/etc/defaults/spdm_nv_rootCA.der",
+    karst::paths::SPDM_ROOT_CA_DALU,
+    karst::paths::SPDM_ROOT_CA_NV,
 };
 KARST_API const char *root_ca_keys[2] = {
     "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/1",

@@ -5,7 +5,7 @@
 
 #include "karst.h"
 
-#include "attestation/board_paths.hpp"
+#include "core/board_paths.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -18,7 +18,7 @@ namespace {
 // Adds "RA_TID" when the ra_uid file holds it. A missing file, or one too short to hold bytes 7
 // to 14, leaves the key out; only a failing store fails.
 bool add_ra_tid(const char *routine, uint8_t *block) {
-    const std::string board_path = std::string(att::ATTESTATION_DIR) + "/" + att::RA_UID_NAME;
+    const std::string board_path = std::string(paths::ATTESTATION_DIR) + "/" + paths::RA_UID_NAME;
     const std::string path = platform_path(board_path);
     FileBytes uid;
     // Only a file of root's or this user's is taken: anything else is refused, and the key

@@ -5,8 +5,8 @@
 #include "karst.h"
 
 #include "attestation/attestation_dir.hpp"
-#include "attestation/board_paths.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
@@ -21,9 +21,9 @@ bool archive_ra_result(log::Site site, const uint8_t *result, size_t size) {
     if (!att::attestation_dir(site)) {
         return false;
     }
-    const std::string dir_board = att::ATTESTATION_DIR;
+    const std::string dir_board = paths::ATTESTATION_DIR;
     // Not checked, as the answer's copy never was: the archive below is what the refresh uses.
-    board::Stream data = board::create_stream(dir_board + "/" + att::RA_DATA_NAME, "wb", site);
+    board::Stream data = board::create_stream(dir_board + "/" + paths::RA_DATA_NAME, "wb", site);
     if (data) {
         std::fwrite(result, size, 1, data.get());
     }
@@ -31,15 +31,15 @@ bool archive_ra_result(log::Site site, const uint8_t *result, size_t size) {
 
     // The archive is made afresh and used only when what tar left is a file of this user's:
     // nothing else at that name is taken for the library's own output.
-    const std::string archive_board = dir_board + "/" + att::RA_ARCHIVE_NAME;
+    const std::string archive_board = dir_board + "/" + paths::RA_ARCHIVE_NAME;
     ::unlink(platform_path(archive_board).c_str());
     shell::run("cd " + shell::quote(platform_path(dir_board)) + " && tar zcf " +
-               shell::quote(att::RA_ARCHIVE_NAME) + " " + shell::quote(att::RA_DATA_NAME));
+               shell::quote(paths::RA_ARCHIVE_NAME) + " " + shell::quote(paths::RA_DATA_NAME));
     const board::Opened archive = board::open_file(archive_board, O_RDONLY, site);
     if (archive) {
         // Copied in place of the kept archive only once whole: a failed copy never replaces it.
-        board::copy_into(std::string(att::RA_ARCHIVE_DIR) + "/" + att::RA_ARCHIVE_NAME,
-                         archive.get(), site);
+        board::copy_into(std::string(paths::NV_DIR) + "/" + paths::RA_ARCHIVE_NAME, archive.get(),
+                         site);
     }
     return true;
 }

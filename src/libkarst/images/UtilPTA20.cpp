@@ -8,6 +8,7 @@
 #include "progress_file.hpp"
 
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -48,8 +49,6 @@ constexpr mmc_region mmc_regions[13] = {
     {},
 };
 constexpr int MMC_BLOCK = 512;
-constexpr const char *MMC_DEVICE = "/dev/mmcblk0";
-constexpr const char *FW_IMAGE = "/tmp/fw_image";
 
 bool word_ok(uint32_t img_id) {
     return img_type(img_id) < IMG_TYPE_COUNT && img_index(img_id) < IMG_IDX_COUNT;
@@ -80,12 +79,13 @@ int retried(uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg, uin
 // checked before dd reads it. A dump that wrote nothing is no dump: the empty file goes.
 int bmc_active_dump() {
     const board::Opened device_file =
-        board::open_file(MMC_DEVICE, O_RDONLY, KARST_SITE, board::Kind::regular_or_device);
+        board::open_file(paths::MMC_DEVICE, O_RDONLY, KARST_SITE, board::Kind::regular_or_device);
     board::Opened image_file =
-        device_file ? board::create_file(FW_IMAGE, board::NEW_FILE_MODE, O_WRONLY, KARST_SITE)
-                    : board::Opened{};
-    const std::string device = shell::quote(platform_path(MMC_DEVICE));
-    const std::string image_path = platform_path(FW_IMAGE);
+        device_file
+            ? board::create_file(paths::FW_IMAGE, board::NEW_FILE_MODE, O_WRONLY, KARST_SITE)
+            : board::Opened{};
+    const std::string device = shell::quote(platform_path(paths::MMC_DEVICE));
+    const std::string image_path = platform_path(paths::FW_IMAGE);
     const std::string image = shell::quote(image_path);
     const mmc_region &first = mmc_regions[10];
     const mmc_region &second = mmc_regions[11];

@@ -4,6 +4,7 @@
 #include "karst.h"
 
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
@@ -66,7 +67,7 @@ Fd make_extended_copy(std::string_view source, const std::string &copy) {
     if (!in) {
         return {};
     }
-    board::Opened out = board::create_file(EXTENDED_BUFFER, 0600, O_RDWR, KARST_SITE);
+    board::Opened out = board::create_file(paths::EXTENDED_BUFFER, 0600, O_RDWR, KARST_SITE);
     if (!out) {
         return {};
     }
@@ -103,7 +104,7 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
     switch (source) {
     case IMG_SRC_TABLE:
         if (pimg->kind == IMG_KIND_MMC) {
-            board_path = MMC_PARTITION;
+            board_path = paths::MMC_PARTITION;
         } else if (pimg->kind == IMG_KIND_FILE) {
             board_path = pimg->path;
         }
@@ -126,7 +127,7 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
         if (pimg->kind != IMG_KIND_FILE) {
             return {};
         }
-        name = platform_path(EXTENDED_BUFFER);
+        name = platform_path(paths::EXTENDED_BUFFER);
         *size = EXTENDED_SIZE;
         extended = true;
         break;

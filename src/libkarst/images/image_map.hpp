@@ -32,9 +32,8 @@ class MappedImage {
     Mapping mapping_;          // the library's mapping: unmapped when the image goes
 };
 
-// Length of the extended copy of a slot's file.
+// Length of the extended copy of a slot's file (paths::EXTENDED_BUFFER).
 constexpr uint32_t EXTENDED_SIZE = 0x2000000;
-constexpr const char *EXTENDED_BUFFER = "/tmp/extended_buffer.bin";
 
 // Maps the image of img_id from the source in img_flags bits 2..0. size is in/out: the length
 // wanted (0 for the slot's default) and, on success, the length mapped. arg is the caller's

@@ -11,9 +11,6 @@ namespace karst::images {
 
 // Types 0 to 23 (IMG_TYPE_COUNT), slots 0 to 14 (IMG_IDX_COUNT).
 
-// The eMMC partition that holds the golden region slots.
-constexpr const char *MMC_PARTITION = "/dev/mmcblk0p2";
-
 struct img_entry {
     uint8_t kind;  // IMG_KIND_FILE, IMG_KIND_MMC, or 0..2 (no store the library opens)
     uint8_t attr1; // attribute bytes, not read by the library

@@ -5,6 +5,7 @@
 #include "karst.h"
 
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/file_handle.hpp"
 
 #include <cstdio>
@@ -33,7 +34,7 @@ std::string progress_path(uint32_t type) {
     if (name == nullptr) {
         return {};
     }
-    return std::string("/tmp/fw-update-") + name + ".out";
+    return std::string(paths::PROGRESS_FILE_PREFIX) + name + paths::PROGRESS_FILE_SUFFIX;
 }
 
 int read_progress(std::string_view board_path) {

@@ -6,6 +6,7 @@
 #include "byte_builder.hpp"
 #include "config_line.hpp"
 #include "core/board_files.hpp"
+#include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/heap_buffer.hpp"
@@ -248,14 +249,15 @@ int write_entry(const Fd &fd, const char *path, const char *key, const char *val
 
 int read_inventory_file(const char *key, char *out, uint32_t out_size) {
     std::lock_guard<std::mutex> in_process(process_file_mutex());
-    const board::Opened file = board::open_file(INVENTORY_FILE, O_RDONLY, KARST_SITE);
+    const board::Opened file = board::open_file(paths::INVENTORY, O_RDONLY, KARST_SITE);
     if (!file) {
         if (!file.reported()) {
-            KARST_NAMED_AS("read_config", "open %s fail \n", platform_path(INVENTORY_FILE).c_str());
+            KARST_NAMED_AS("read_config", "open %s fail \n",
+                           platform_path(paths::INVENTORY).c_str());
         }
         return -1;
     }
-    return read_entry(file.fd, platform_path(INVENTORY_FILE).c_str(), key, out, out_size);
+    return read_entry(file.fd, platform_path(paths::INVENTORY).c_str(), key, out, out_size);
 }
 
 int write_inventory_file(const char *key, const char *value, uint32_t value_size) {
@@ -263,11 +265,11 @@ int write_inventory_file(const char *key, const char *value, uint32_t value_size
         return -1;
     }
     std::lock_guard<std::mutex> in_process(process_file_mutex());
-    const board::Opened file = board::open_file(INVENTORY_FILE, O_RDWR, KARST_SITE);
+    const board::Opened file = board::open_file(paths::INVENTORY, O_RDWR, KARST_SITE);
     if (file.found == board::Found::missing) {
         // The first write only creates the file; the entry comes with the next one.
         const board::Opened created =
-            board::create_file(INVENTORY_FILE, INVENTORY_FILE_MODE, O_RDWR, KARST_SITE);
+            board::create_file(paths::INVENTORY, INVENTORY_FILE_MODE, O_RDWR, KARST_SITE);
         if (!created && !created.reported()) {
             KARST_NAMED_AS(WRITE, "open fail \n");
         }
@@ -279,7 +281,7 @@ int write_inventory_file(const char *key, const char *value, uint32_t value_size
         }
         return -1;
     }
-    return write_entry(file.fd, platform_path(INVENTORY_FILE).c_str(), key, value, value_size);
+    return write_entry(file.fd, platform_path(paths::INVENTORY).c_str(), key, value, value_size);
 }
 
 } // namespace karst::config
