@@ -40,6 +40,11 @@ class File {
     explicit operator bool() const { return f_ != nullptr; }
     // Closes now; false when the stream could not be flushed.
     bool close() { return std::fclose(std::exchange(f_, nullptr)) == 0; }
+    // Writes size bytes and closes the stream: true when every byte reached the file.
+    bool write_and_close(const void *data, std::size_t size) {
+        const bool written = size == 0 || std::fwrite(data, 1, size, f_) == size;
+        return close() && written;
+    }
     void reset(std::FILE *f = nullptr) {
         if (f_ != nullptr) {
             std::fclose(f_);
