@@ -3,10 +3,10 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/file_bytes.hpp"
-#include "core/file_handle.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "output_file.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -16,61 +16,44 @@ namespace {
 constexpr size_t SIGNATURE_SIZE = 1024;
 constexpr size_t SIG_PATH_SIZE = 64; // the signature path is cut to 63 characters
 
+// "<path>.sig", cut to the buffer. False, reported at site, when the cut brings it back onto
+// the data path (a data path of exactly 63 characters): the signature would then overwrite the
+// file it signs.
+bool form_signature_path(const char *path, char (&sig_path)[SIG_PATH_SIZE], karst::log::Site site) {
+    std::snprintf(sig_path, sizeof sig_path, "%s.sig", path);
+    if (karst::same_file(sig_path, path)) {
+        KARST_E_AT(site, "Signature path %s is the signed file itself\n", sig_path);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 extern "C" int pta_invoke_att_sign(uint32_t cmd, uint32_t option, const char *path) try {
-    using namespace karst::tee;
-
-    if (path == nullptr) {
-        return -1;
-    }
     char sig_path[SIG_PATH_SIZE];
-    std::snprintf(sig_path, sizeof sig_path, "%s.sig", path);
-    // The cut can bring the signature path back onto the data path (a data path of exactly 63
-    // characters): the signature would then overwrite the file it signs.
-    if (karst::same_file(sig_path, path)) {
-        KARST_E("Signature path %s is the signed file itself\n", sig_path);
+    if (path == nullptr || !form_signature_path(path, sig_path, KARST_SITE)) {
         return -1;
     }
-
     karst::FileBytes data;
+    karst::HeapBuffer signature;
+    karst::tee::Exchange tee;
     if (data.read(path) != 0) {
         return -1;
     }
-    SharedRegion data_shm;
-    if (TEEC_Result res = data_shm.share(data.data(), data.size(), TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return static_cast<int>(res);
+    if (!tee.share(1, data.data(), data.size(), TEEC_MEM_INPUT)) {
+        return tee.code();
     }
-    SharedBuffer signature;
     if (!signature.allocate(SIGNATURE_SIZE, true)) {
         KARST_E("Failed to allocate buffer\n");
         return -1;
     }
-    if (TEEC_Result res = signature.share(TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return static_cast<int>(res);
+    tee.value(0, option);
+    if (!tee.share(2, signature, TEEC_MEM_OUTPUT) || !tee.invoke(cmd)) {
+        return tee.code();
     }
-
-    Operation op;
-    op.value(0, option).whole(1, data_shm).whole(2, signature);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
-    }
-
-    karst::File out = karst::File::open(sig_path, "wb");
-    if (!out) {
-        KARST_E("Failed to open file:%s\n", sig_path);
-        return -1;
-    }
-    const size_t n = std::min(op.size_of(2), signature.size());
-    if (n > 0) {
-        std::fwrite(signature.data(), 1, n, out.get());
-    }
-    return 0;
+    const size_t n = std::min(tee.size_of(2), signature.size());
+    return karst::certs::write_output(sig_path, signature.data(), n, KARST_SITE) ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

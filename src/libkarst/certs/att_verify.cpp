@@ -3,9 +3,9 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
 
 namespace {
 
@@ -36,38 +36,20 @@ int split_fields(char *text, char *fields[2]) {
 } // namespace
 
 extern "C" int pta_invoke_att_verify(uint32_t cmd, char *args) try {
-    using namespace karst::tee;
-
     char *fields[2] = {nullptr, nullptr};
     if (args == nullptr || split_fields(args, fields) < 2) {
         KARST_PRINT("parameters should be data:sig\n");
         return -1;
     }
-
     karst::FileBytes data;
     karst::FileBytes signature;
+    karst::tee::Exchange tee;
     if (data.read(fields[0]) != 0 || signature.read(fields[1]) != 0) {
         return -1;
     }
-    SharedRegion data_shm;
-    if (TEEC_Result res = data_shm.share(data.data(), data.size(), TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return static_cast<int>(res);
-    }
-    SharedRegion signature_shm;
-    if (TEEC_Result res = signature_shm.share(signature.data(), signature.size(), TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return static_cast<int>(res);
-    }
-
-    Operation op;
-    op.whole(0, data_shm).whole(1, signature_shm);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
+    if (!tee.share(0, data.data(), data.size(), TEEC_MEM_INPUT) ||
+        !tee.share(1, signature.data(), signature.size(), TEEC_MEM_INPUT) || !tee.invoke(cmd)) {
+        return tee.code();
     }
     return 0;
 } catch (...) {

@@ -4,10 +4,12 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/file_bytes.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/session_scope.hpp"
 
+#include <bit>
 #include <cstdint>
 
 namespace {
@@ -18,36 +20,25 @@ bool fits_32_bits(uintptr_t word) {
     return (static_cast<uint64_t>(word) >> 32) == 0;
 }
 
+// A buffer the caller hands over as a pointer-width word.
+const void *address_in(uintptr_t word) {
+    return std::bit_cast<const void *>(word);
+}
+
 } // namespace
 
 extern "C" int _pta_invoke_auth_certs(uint32_t cmd, const void *first, uint32_t first_len,
                                       const void *second, uint32_t second_len) try {
-    using namespace karst::tee;
-
     if (first == nullptr || second == nullptr || first_len == 0 || second_len == 0) {
         return -1;
     }
+    karst::tee::Exchange tee;
     // Input only: the secure world reads both buffers.
-    SharedRegion first_shm;
-    if (TEEC_Result res = first_shm.share(const_cast<void *>(first), first_len, TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    if (!tee.share(0, const_cast<void *>(first), first_len, TEEC_MEM_INPUT) ||
+        !tee.share(1, const_cast<void *>(second), second_len, TEEC_MEM_INPUT)) {
         return -1;
     }
-    SharedRegion second_shm;
-    if (TEEC_Result res = second_shm.share(const_cast<void *>(second), second_len, TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-    Operation op;
-    op.whole(0, first_shm).whole(1, second_shm);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return REFUSED;
-    }
-    return 0;
+    return tee.invoke(cmd) ? 0 : REFUSED;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -80,15 +71,13 @@ extern "C" int pta20_auth_certs(const uintptr_t *words) try {
     if (!fits_32_bits(words[1]) || !fits_32_bits(words[3])) {
         return -1;
     }
-    if (pta_open_session() != TEEC_SUCCESS) {
+    const karst::tee::SessionScope session;
+    if (!session.open()) {
         return -1;
     }
-    const int rc = _pta_invoke_auth_certs(
-        PTA_DALU_CMD_AUTH_CERTS, reinterpret_cast<const void *>(words[0]),
-        static_cast<uint32_t>(words[1]), reinterpret_cast<const void *>(words[2]),
-        static_cast<uint32_t>(words[3]));
-    pta_close_session();
-    return rc;
+    return _pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, address_in(words[0]),
+                                  static_cast<uint32_t>(words[1]), address_in(words[2]),
+                                  static_cast<uint32_t>(words[3]));
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

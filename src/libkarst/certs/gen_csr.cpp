@@ -3,10 +3,11 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/file_bytes.hpp"
-#include "core/file_handle.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/session_scope.hpp"
+#include "output_file.hpp"
 
 #include <algorithm>
 
@@ -14,69 +15,64 @@ namespace {
 
 constexpr size_t CSR_SIZE = 2048;
 
+// The request's input bytes: the caller's, or the whole file at in_path.
+struct Input {
+    const void *data;
+    uint32_t size;
+};
+
+// Checks the arguments (either a file, with no bytes, or bytes, with no file) and, for a file,
+// reads it into file and points input at it. False, reported at site, on any failure.
+bool take_input(const char *out_path, const char *in_path, karst::FileBytes &file, Input &input,
+                karst::log::Site site) {
+    const bool file_mode = in_path != nullptr;
+    if (out_path == nullptr || (file_mode ? (input.data != nullptr || input.size != 0)
+                                          : (input.data == nullptr || input.size == 0))) {
+        KARST_E_AT(site, "Error parameters\n");
+        return false;
+    }
+    if (!file_mode) {
+        return true;
+    }
+    if (karst::same_file(out_path, in_path)) {
+        KARST_E_AT(site, "Output file %s is the input file\n", out_path);
+        return false;
+    }
+    if (file.read(in_path) != 0) {
+        KARST_E_AT(site, "File %s not exist\n", in_path);
+        return false;
+    }
+    input = Input{file.data(), file.size()};
+    return true;
+}
+
 } // namespace
 
 extern "C" int pta_invoke_gen_csr(uint32_t cmd, const char *out_path, const void *data,
                                   uint32_t len, const char *in_path) try {
-    using namespace karst::tee;
-
-    SharedBuffer csr;
+    karst::HeapBuffer csr;
+    karst::FileBytes file;
+    karst::tee::Exchange tee;
     if (!csr.allocate(CSR_SIZE, true)) {
         KARST_E("Failed to allocate csr buffer\n");
         return -1;
     }
-    if (TEEC_Result res = csr.share(TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    if (!tee.share(1, csr, TEEC_MEM_OUTPUT)) {
         return -1;
     }
-
-    const bool file_mode = in_path != nullptr;
-    if (out_path == nullptr ||
-        (file_mode ? (data != nullptr || len != 0) : (data == nullptr || len == 0))) {
-        KARST_E("Error parameters\n");
+    Input input{data, len};
+    // Input only: the secure world reads the request's bytes.
+    if (!take_input(out_path, in_path, file, input, KARST_SITE) ||
+        !tee.share(2, const_cast<void *>(input.data), input.size, TEEC_MEM_INPUT)) {
         return -1;
     }
-    if (file_mode && karst::same_file(out_path, in_path)) {
-        KARST_E("Output file %s is the input file\n", out_path);
-        return -1;
-    }
-    karst::FileBytes file;
-    const void *input = data;
-    uint32_t input_len = len;
-    if (file_mode) {
-        if (file.read(in_path) != 0) {
-            KARST_E("File %s not exist\n", in_path);
-            return -1;
-        }
-        input = file.data();
-        input_len = file.size();
-    }
-    SharedRegion input_shm;
-    if (TEEC_Result res = input_shm.share(const_cast<void *>(input), input_len, TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-
-    Operation op;
-    op.value(0, 0).whole(1, csr).whole(2, input_shm);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
-    }
-
-    karst::File out = karst::File::open(out_path, "wb");
-    if (!out) {
-        KARST_E("Failed to open file:%s\n", out_path);
-        return -1;
+    tee.value(0, 0);
+    if (!tee.invoke(cmd)) {
+        return tee.code();
     }
     // Only what the secure world reports, never more than the buffer it was given.
-    const size_t n = std::min(op.size_of(1), csr.size());
-    if (n > 0) {
-        std::fwrite(csr.data(), 1, n, out.get());
-    }
-    return 0;
+    const size_t n = std::min(tee.size_of(1), csr.size());
+    return karst::certs::write_output(out_path, csr.data(), n, KARST_SITE) ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -91,12 +87,8 @@ extern "C" int pta20_gen_csr_import(const char *out_path, const void *data, uint
     if (out_path == nullptr || data == nullptr) {
         return -1;
     }
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1;
-    }
-    const int rc = pta_invoke_gen_csr_import(out_path, data, len);
-    pta_close_session();
-    return rc == 0 ? 0 : -1;
+    const karst::tee::SessionScope session;
+    return session.open() && pta_invoke_gen_csr_import(out_path, data, len) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

@@ -1,5 +1,6 @@
-// The remote attestation answer of command 27, kept for the refresh: written to
-// /tmp/attestation/ra_data.bin, packed into ra_data.tgz beside it and copied to /nv1.
+// The remote attestation answer of command 27, kept for the refresh: written as RA_DATA_NAME in
+// the attestation directory, packed into RA_ARCHIVE_NAME beside it and copied to NV_DIR
+// (core/board_paths.hpp).
 #include "replace_crt.hpp"
 
 #include "karst.h"
@@ -11,23 +12,36 @@
 #include "core/run_root.hpp"
 #include "core/shell.hpp"
 
-#include <cstdio>
 #include <string>
 #include <unistd.h>
 
 namespace karst::certs {
+namespace {
+
+// The answer's copy at board_path; a failed open or write is reported at site.
+void write_answer_copy(const std::string &board_path, const uint8_t *result, size_t size,
+                       log::Site site) {
+    board::Stream data = board::create_stream(board_path, "wb", site);
+    if (!data) {
+        if (!data.reported()) {
+            KARST_E_AT(site, "Failed to open file:%s\n", platform_path(board_path).c_str());
+        }
+        return;
+    }
+    if (!data.file.write_and_close(result, size)) {
+        KARST_E_AT(site, "Failed to write file:%s\n", platform_path(board_path).c_str());
+    }
+}
+
+} // namespace
 
 bool archive_ra_result(log::Site site, const uint8_t *result, size_t size) {
     if (!att::attestation_dir(site)) {
         return false;
     }
     const std::string dir_board = paths::ATTESTATION_DIR;
-    // Not checked, as the answer's copy never was: the archive below is what the refresh uses.
-    board::Stream data = board::create_stream(dir_board + "/" + paths::RA_DATA_NAME, "wb", site);
-    if (data) {
-        std::fwrite(result, size, 1, data.get());
-    }
-    data.file.reset();
+    // The interface does not check this write: a failed copy is reported, the result kept.
+    write_answer_copy(dir_board + "/" + paths::RA_DATA_NAME, result, size, site);
 
     // The archive is made afresh and used only when what tar left is a file of this user's:
     // nothing else at that name is taken for the library's own output.

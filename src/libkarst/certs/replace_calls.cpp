@@ -5,21 +5,13 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/session_scope.hpp"
 
 namespace {
 
 using karst::certs::replace_certificate;
 using karst::certs::ReplaceRequest;
-
-// Runs body inside a session of its own; -1 when the session cannot be opened.
-template <typename Body> int in_session(Body body) {
-    if (pta_open_session() != 0) {
-        return -1;
-    }
-    const int rc = body();
-    pta_close_session();
-    return rc;
-}
+using karst::tee::SessionScope;
 
 constexpr uint32_t FIRST_INDEX = 1;
 constexpr uint32_t LAST_INDEX = 5;
@@ -63,25 +55,29 @@ extern "C" int pta20_crt_replace(uint32_t index, const char *path, uint32_t opti
     if (index < FIRST_INDEX || index > LAST_INDEX) {
         return -1;
     }
-    return in_session([&] {
-        uintptr_t block[PTA20_ARGS_WORDS];
-        pta20_args(block, index, option, 0, reinterpret_cast<uintptr_t>(path), 0, 0);
-        return pta_invoke_cmd(PTA_DALU_CMD_REPLACE_CRT, block);
-    });
+    const SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, index, option, 0, reinterpret_cast<uintptr_t>(path), 0, 0);
+    return pta_invoke_cmd(PTA_DALU_CMD_REPLACE_CRT, block);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int pta20_crt_replace_import(const char *uri, const void *data, uint32_t len,
                                         uint32_t option) try {
-    return in_session([&] { return pta_invoke_replace_crt_import(uri, data, len, option); });
+    const SessionScope session;
+    return session.open() ? pta_invoke_replace_crt_import(uri, data, len, option) : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int pta20_ra_crt_replace_import(const char *uri, const void *data, uint32_t len,
                                            uint32_t option) try {
-    return in_session([&] { return pta_invoke_replace_ra_crt_import(uri, data, len, option); });
+    const SessionScope session;
+    return session.open() ? pta_invoke_replace_ra_crt_import(uri, data, len, option) : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

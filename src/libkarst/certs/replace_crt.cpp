@@ -5,8 +5,8 @@
 
 #include "karst.h"
 
+#include "core/exchange.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
 
 #include <cstdio>
 #include <cstring>
@@ -31,68 +31,56 @@ bool form_uri(const ReplaceRequest &r, char *uri) {
     return true;
 }
 
+// The URI key as input parameter 0 (its text and terminating zero only).
+bool share_uri(const ReplaceRequest &r, tee::Exchange &tee, HeapBuffer &uri) {
+    if (!uri.allocate(URI_SIZE, true)) {
+        KARST_E_AS(r.routine, "Failed to allocate input buffer\n");
+        return false;
+    }
+    return form_uri(r, uri.chars()) &&
+           tee.share(0, uri.data(), std::strlen(uri.chars()) + 1, TEEC_MEM_INPUT);
+}
+
+// The payload as input parameter 1: a certificate data block built into block from the file,
+// or the caller's bytes as they are.
+bool share_payload(const ReplaceRequest &r, tee::Exchange &tee, const char *uri,
+                   HeapBuffer &block) {
+    if (r.file == nullptr) {
+        // Input only: the secure world reads the caller's bytes.
+        return tee.share(1, const_cast<void *>(r.data), r.len, TEEC_MEM_INPUT);
+    }
+    return build_certificate_block(r, uri, block) && tee.share(1, block, TEEC_MEM_INPUT);
+}
+
+// Command 27's answer buffer as output parameter 3.
+bool share_ra_result(const ReplaceRequest &r, tee::Exchange &tee, HeapBuffer &result) {
+    if (!result.allocate(RA_RESULT_SIZE, true)) {
+        KARST_E_AS(r.routine, "Failed to allocate input buffer\n");
+        return false;
+    }
+    return tee.share(3, result, TEEC_MEM_OUTPUT);
+}
+
 } // namespace
 
 int replace_certificate(const ReplaceRequest &r) {
-    using namespace karst::tee;
-
     const bool file_mode = r.file != nullptr;
     if (file_mode ? (r.data != nullptr || r.len != 0) : (r.data == nullptr || r.len == 0)) {
         KARST_E_AS(r.routine, "Error parameters\n");
         return -1;
     }
-
     HeapBuffer uri;
-    if (!uri.allocate(URI_SIZE, true)) {
-        KARST_E_AS(r.routine, "Failed to allocate input buffer\n");
-        return -1;
-    }
-    if (!form_uri(r, uri.chars())) {
-        return -1;
-    }
-    SharedRegion uri_shm;
-    if (TEEC_Result res = uri_shm.share(uri.data(), std::strlen(uri.chars()) + 1, TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E_AS(r.routine, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-
     HeapBuffer block;
-    void *payload = const_cast<void *>(r.data); // input only: the secure world reads it
-    size_t payload_size = r.len;
-    if (file_mode) {
-        if (!build_certificate_block(r, uri.chars(), block)) {
-            return -1;
-        }
-        payload = block.data();
-        payload_size = block.size();
-    }
-    SharedRegion payload_shm;
-    if (TEEC_Result res = payload_shm.share(payload, payload_size, TEEC_MEM_INPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E_AS(r.routine, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    HeapBuffer result;
+    tee::Exchange tee(r.routine);
+    if (!share_uri(r, tee, uri) || !share_payload(r, tee, uri.chars(), block)) {
         return -1;
     }
-
-    SharedBuffer result;
-    Operation op;
-    op.whole(0, uri_shm).whole(1, payload_shm).value(2, r.option);
-    if (r.remote_attestation) {
-        if (!result.allocate(RA_RESULT_SIZE, true)) {
-            KARST_E_AS(r.routine, "Failed to allocate input buffer\n");
-            return -1;
-        }
-        if (TEEC_Result res = result.share(TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-            KARST_E_AS(r.routine, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-            return -1;
-        }
-        op.whole(3, result);
+    tee.value(2, r.option);
+    if (r.remote_attestation && !share_ra_result(r, tee, result)) {
+        return -1;
     }
-
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(r.command, op, origin); res != TEEC_SUCCESS) {
-        KARST_E_AS(r.routine, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res,
-                   origin);
+    if (!tee.invoke(r.command)) {
         return -1;
     }
     if (r.remote_attestation &&

@@ -36,8 +36,9 @@ int replace_certificate(const ReplaceRequest &request);
 // "RA_TID" from the ra_uid file. Prints the failure as routine; false on failure.
 bool build_certificate_block(const ReplaceRequest &request, const char *uri, HeapBuffer &block);
 
-// Command 27's answer: written to /tmp/attestation/ra_data.bin, archived as ra_data.tgz and
-// copied to /nv1. False (with its message) only when the directory cannot be made.
+// Command 27's answer: written as RA_DATA_NAME in the attestation directory, archived as
+// RA_ARCHIVE_NAME and copied to NV_DIR (core/board_paths.hpp). False (with its message) only
+// when the directory cannot be made; a failed write of the answer's copy is reported only.
 bool archive_ra_result(log::Site site, const uint8_t *result, size_t size);
 
 } // namespace karst::certs
