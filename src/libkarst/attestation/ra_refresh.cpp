@@ -10,7 +10,6 @@
 #include "core/board_paths.hpp"
 #include "core/boundary.hpp"
 #include "core/file_bytes.hpp"
-#include "core/heap_buffer.hpp"
 #include "core/log.hpp"
 #include "core/run_root.hpp"
 #include "core/shared_buffer.hpp"
@@ -21,7 +20,6 @@
 namespace {
 
 constexpr size_t PATH_FIELD = 200;
-constexpr uint32_t MIN_CAPACITY = 0x10400;
 constexpr uint32_t SIGNATURE_SIZE = 1024;
 // The secure world's rejection of the RA data, and what the exported call makes of it.
 constexpr int RA_REJECTED = static_cast<int>(0xFFFF3074u);
@@ -29,13 +27,11 @@ constexpr int RA_REFRESH_REJECTED = static_cast<int>(0xFFFF6131u);
 
 } // namespace
 
-extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t capacity) try {
+// capacity sized a working buffer that the refresh never used; it is taken and ignored.
+extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32_t) try {
     using namespace karst;
     using namespace karst::tee;
 
-    if (capacity < MIN_CAPACITY) {
-        capacity = MIN_CAPACITY;
-    }
     // The caller's archive is used as given; the default one is a board file, checked.
     const std::string default_board =
         att::bounded(std::string(paths::NV_DIR) + "/" + paths::RA_ARCHIVE_NAME, PATH_FIELD);
@@ -57,11 +53,6 @@ extern "C" int _pta_invoke_ra_refresh(uint32_t command, const char *path, uint32
         return -1;
     }
 
-    HeapBuffer working;
-    if (!working.allocate(capacity)) {
-        KARST_E("Failed to allocate RA Data buffer\n");
-        return -1;
-    }
     SharedBuffer signature;
     if (!signature.allocate(SIGNATURE_SIZE)) {
         KARST_E("Failed to allocate signature buffer\n");
