@@ -34,6 +34,7 @@ bool extract_archive(const Fd &archive, const std::string &path, log::Site site)
                    member.empty() ? "" : ": ", member.c_str());
         return false;
     }
+    // tar's status is not examined: the routine reports the data file it then cannot read.
     shell::run("cd " + shell::quote(platform_path(paths::ATTESTATION_DIR)) + " && tar -zxof " +
                archive_word(path));
     return true;

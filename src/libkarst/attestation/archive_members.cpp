@@ -1,5 +1,7 @@
 #include "archive_members.hpp"
 
+#include "core/file_handle.hpp"
+
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -15,7 +17,9 @@ namespace {
 constexpr std::size_t BLOCK = 512;
 constexpr std::size_t NAME_FIELD = 100;
 constexpr std::size_t MODE_AT = 100;
+constexpr std::size_t MODE_FIELD = 8;
 constexpr std::size_t SIZE_AT = 124;
+constexpr std::size_t SIZE_FIELD = 12;
 constexpr std::size_t TYPE_AT = 156;
 constexpr std::size_t PREFIX_AT = 345;
 constexpr std::size_t PREFIX_FIELD = 155;
@@ -26,6 +30,7 @@ constexpr std::uint64_t MAX_HEADER_DATA = 65536;
 struct GzCloser {
     void operator()(gzFile file) const { gzclose(file); }
 };
+using GzStream = std::unique_ptr<gzFile_s, GzCloser>;
 
 std::string field(const std::uint8_t *header, std::size_t at, std::size_t size) {
     const char *text = reinterpret_cast<const char *>(header + at);
@@ -133,20 +138,72 @@ bool zero_block(const std::uint8_t *block) {
     return true;
 }
 
+// The archive read from fd's start through a descriptor of its own (fd is left open); null when
+// it cannot be read.
+GzStream open_from_start(int fd) {
+    Fd own(::dup(fd));
+    if (!own || ::lseek(own.get(), 0, SEEK_SET) != 0) {
+        return nullptr;
+    }
+    GzStream in(gzdopen(own.get(), "rb"));
+    if (in) {
+        own.release(); // closed with the stream
+    }
+    return in;
+}
+
+// The data of an extended header ('L' a GNU long name, 'x' or 'g' pax records) of size bytes:
+// the name it gives the next member into long_name. Null, or the problem (member then names the
+// link).
+const char *read_extended(gzFile in, char type, std::uint64_t size, std::string &long_name,
+                          std::string &member) {
+    std::string data;
+    if (!read_data(in, size, data)) {
+        return "a member header is not one of a tar archive";
+    }
+    if (type == 'L') {
+        long_name = data.substr(0, data.find('\0'));
+    } else if (!pax_path(data, long_name)) {
+        member = long_name;
+        return "a link or an unreadable extended header";
+    }
+    return nullptr;
+}
+
+// The member's name: the long name that came before its header, or the header's own name after
+// its prefix.
+std::string member_name(const std::uint8_t *header, const std::string &long_name) {
+    if (!long_name.empty()) {
+        return long_name;
+    }
+    std::string name = field(header, PREFIX_AT, PREFIX_FIELD);
+    if (!name.empty()) {
+        name += '/';
+    }
+    name += field(header, 0, NAME_FIELD);
+    return name;
+}
+
+// Null when a member of the type and mode, named member, may be extracted; else the reason.
+const char *member_problem(char type, std::uint64_t mode, const std::string &member) {
+    if (type != '0' && type != '\0' && type != '5') {
+        return "a link, device or FIFO";
+    }
+    if (!name_inside(member)) {
+        return "a name outside the directory";
+    }
+    if ((mode & SPECIAL_BITS) != 0) {
+        return "set-user-ID, set-group-ID or sticky";
+    }
+    return nullptr;
+}
+
 } // namespace
 
 const char *archive_members_problem(int fd, std::string &member) {
     member.clear();
-    const int own = ::dup(fd);
-    if (own < 0 || ::lseek(own, 0, SEEK_SET) != 0) {
-        if (own >= 0) {
-            ::close(own);
-        }
-        return "the archive cannot be read";
-    }
-    const std::unique_ptr<gzFile_s, GzCloser> in(gzdopen(own, "rb"));
+    const GzStream in = open_from_start(fd);
     if (!in) {
-        ::close(own);
         return "the archive cannot be read";
     }
     std::string long_name;
@@ -160,40 +217,21 @@ const char *archive_members_problem(int fd, std::string &member) {
         }
         std::uint64_t size = 0;
         std::uint64_t mode = 0;
-        if (!octal(header.data(), SIZE_AT, 12, size) || !octal(header.data(), MODE_AT, 8, mode)) {
+        if (!octal(header.data(), SIZE_AT, SIZE_FIELD, size) ||
+            !octal(header.data(), MODE_AT, MODE_FIELD, mode)) {
             return "a member header is not one of a tar archive";
         }
         const char type = static_cast<char>(header[TYPE_AT]);
         if (type == 'L' || type == 'x' || type == 'g') {
-            std::string data;
-            if (!read_data(in.get(), size, data)) {
-                return "a member header is not one of a tar archive";
-            }
-            if (type == 'L') {
-                long_name.assign(data.c_str());
-            } else if (!pax_path(data, long_name)) {
-                member = long_name;
-                return "a link or an unreadable extended header";
+            if (const char *problem = read_extended(in.get(), type, size, long_name, member)) {
+                return problem;
             }
             continue;
         }
-        member = long_name;
-        if (member.empty()) {
-            const std::string prefix = field(header.data(), PREFIX_AT, PREFIX_FIELD);
-            member = field(header.data(), 0, NAME_FIELD);
-            if (!prefix.empty()) {
-                member = prefix + "/" + member;
-            }
-        }
+        member = member_name(header.data(), long_name);
         long_name.clear();
-        if (type != '0' && type != '\0' && type != '5') {
-            return "a link, device or FIFO";
-        }
-        if (!name_inside(member)) {
-            return "a name outside the directory";
-        }
-        if ((mode & SPECIAL_BITS) != 0) {
-            return "set-user-ID, set-group-ID or sticky";
+        if (const char *problem = member_problem(type, mode, member)) {
+            return problem;
         }
         if (!skip(in.get(), size)) {
             return "the archive is cut short";

@@ -26,6 +26,7 @@ board::Opened fresh_attestation_dir(log::Site site) {
     if (dir.found == board::Found::ok) {
         // Checked just now: a real directory that only its owner (root or this user) can
         // change, so the command empties what it should and nothing else.
+        // Its status is not examined: a file it could not remove stays beside the result.
         shell::run("rm -rf " + shell::quote(platform_path(paths::ATTESTATION_DIR)) + "/*");
         return dir;
     }

@@ -18,4 +18,12 @@ bool nonce_ok(const char *nonce) {
     return n > 0;
 }
 
+bool nonce_usable(const char *nonce, log::Site site) {
+    if (nonce_ok(nonce)) {
+        return true;
+    }
+    KARST_E_AT(site, "Invalid nonce: 1 to 64 letters, digits, '-' or '_' expected\n");
+    return false;
+}
+
 } // namespace karst::att

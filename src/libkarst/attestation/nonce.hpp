@@ -3,6 +3,8 @@
 // and '_'. Nothing else can reach the shell or leave the result directory.
 #pragma once
 
+#include "core/log.hpp"
+
 #include <cstddef>
 
 namespace karst::att {
@@ -11,5 +13,7 @@ constexpr std::size_t NONCE_MAX = 64;
 
 // True when nonce is 1 to NONCE_MAX characters of [A-Za-z0-9_-].
 bool nonce_ok(const char *nonce);
+// The same for a routine: a nonce that is not one is reported at site ("Invalid nonce: ...").
+bool nonce_usable(const char *nonce, log::Site site);
 
 } // namespace karst::att

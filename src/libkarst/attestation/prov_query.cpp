@@ -3,41 +3,32 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/heap_buffer.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/session_scope.hpp"
 
 #include <cstring>
 
 namespace {
 
 constexpr uint32_t STATUS_SIZE = 64;
+// The routine the query's failures are reported as, whichever call made it.
+constexpr char QUERY_ROUTINE[] = "_pta_invoke_prov_query";
 
 // The query's command; reported receives the status size the secure world reported.
 int query_status(uint32_t command, uint32_t query, uint8_t *buf, uint32_t len, size_t &reported) {
-    using namespace karst::tee;
-
     reported = 0;
     if (buf == nullptr || len == 0) {
-        KARST_E_AS("_pta_invoke_prov_query", "Incorrect buf or buf size\n");
+        KARST_E_AS(QUERY_ROUTINE, "Incorrect buf or buf size\n");
         return -1;
     }
-    SharedRegion status;
-    if (TEEC_Result res = status.share(buf, len, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E_AS("_pta_invoke_prov_query", "TEEC_RegisterSharedMemory failed with code 0x%x\n",
-                   res);
-        return static_cast<int>(res);
+    karst::tee::Exchange tee(QUERY_ROUTINE);
+    tee.value(0, query);
+    if (!tee.share(1, buf, len, TEEC_MEM_OUTPUT) || !tee.invoke(command)) {
+        return tee.code();
     }
-    Operation op;
-    op.value(0, query).whole(1, status);
-    uint32_t origin = 0;
-    const TEEC_Result res = invoke(command, op, origin);
-    if (res != TEEC_SUCCESS) {
-        KARST_E_AS("_pta_invoke_prov_query",
-                   "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
-    }
-    reported = op.size_of(1);
+    reported = tee.size_of(1);
     return 0;
 }
 
@@ -73,14 +64,13 @@ extern "C" int pta_invoke_prov_query(uint32_t command, uint32_t query, uint8_t *
 }
 
 extern "C" int pta20_prov_query(uint32_t query) try {
-    if (pta_open_session() != TEEC_SUCCESS) {
+    const karst::tee::SessionScope session;
+    if (!session.open()) {
         return -1;
     }
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, query, 0, 0, 0, 0, 0);
-    const int rc = pta_invoke_cmd(PTA_DALU_CMD_PROV_QUERY, block);
-    pta_close_session();
-    return rc;
+    return pta_invoke_cmd(PTA_DALU_CMD_PROV_QUERY, block);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

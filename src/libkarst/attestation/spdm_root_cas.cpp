@@ -6,7 +6,6 @@
 #include "attestation/spdm_evidence.hpp"
 #include "core/board_paths.hpp"
 #include "core/log.hpp"
-#include "core/run_root.hpp"
 
 extern "C" {
 KARST_API const char *root_ca_files[2] = {
@@ -27,12 +26,7 @@ void spdm_add_root_cas(std::uint8_t *block) {
             continue;
         }
         HeapBuffer content;
-        const EvidenceRead read =
-            read_evidence_file(root_ca_files[i], "Root CA", content, KARST_SITE, false);
-        if (read == EvidenceRead::missing) {
-            KARST_I("SPDM Root CA file not found: %s\n", platform_path(root_ca_files[i]).c_str());
-        }
-        if (read != EvidenceRead::ok) {
+        if (!read_evidence_file(root_ca_files[i], "Root CA", content, KARST_SITE, "Root CA file")) {
             continue;
         }
         const int rc = pta20_datablk_set(DATABLK_MAGIC_ATT, root_ca_keys[i], content.data(),
