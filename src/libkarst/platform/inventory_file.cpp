@@ -29,42 +29,9 @@ namespace {
 
 constexpr int INVENTORY_FILE_MODE = 0644;
 
-// The new value as text: its bytes up to the first zero byte or line end, never more than size
-// bytes. A line end would split the entry in two lines.
-size_t value_text_length(const char *value, size_t size) {
-    size_t n = 0;
-    while (n < size && value[n] != '\0' && value[n] != '\n') {
-        ++n;
-    }
-    return n;
-}
-
-// key, "=", value and the line end: an entry as it is written.
-bool append_line(ByteBuilder &out, const char *key, size_t key_length, const char *value,
-                 size_t value_length) {
-    return out.append(key, key_length) && out.append("=", 1) && out.append(value, value_length) &&
-           out.append("\n", 1);
-}
-
 // Whether the entry line at head has exactly this key.
 bool holds_key(const char *head, const LineFields &fields, const char *key, size_t key_length) {
     return fields.key_length == key_length && std::memcmp(head, key, key_length) == 0;
-}
-
-bool write_all(int fd, const char *data, size_t size, off_t offset) {
-    while (size > 0) {
-        const ssize_t done = ::pwrite(fd, data, size, offset);
-        if (done < 0 && errno == EINTR) {
-            continue;
-        }
-        if (done <= 0) {
-            return false;
-        }
-        data += done;
-        size -= static_cast<size_t>(done);
-        offset += done;
-    }
-    return true;
 }
 
 } // namespace
@@ -122,6 +89,43 @@ namespace karst::config {
 namespace {
 
 constexpr const char *WRITE = "write_config"; // the name in the messages of an update
+
+// The "=" and the line end around an entry's value.
+constexpr size_t ENTRY_SEPARATORS = 2;
+
+// The new value as text: its bytes up to the first zero byte or line end, never more than size
+// bytes. A line end would split the entry in two lines.
+size_t value_text_length(const char *value, size_t size) {
+    size_t n = 0;
+    while (n < size && value[n] != '\0' && value[n] != '\n') {
+        ++n;
+    }
+    return n;
+}
+
+// key, "=", value and the line end: an entry as it is written.
+bool append_line(ByteBuilder &out, const char *key, size_t key_length, const char *value,
+                 size_t value_length) {
+    return out.append(key, key_length) && out.append("=", 1) && out.append(value, value_length) &&
+           out.append("\n", 1);
+}
+
+// size bytes at offset, resumed after interruptions; false when the file takes no more.
+bool write_all(int fd, const char *data, size_t size, off_t offset) {
+    while (size > 0) {
+        const ssize_t done = ::pwrite(fd, data, size, offset);
+        if (done < 0 && errno == EINTR) {
+            continue;
+        }
+        if (done <= 0) {
+            return false;
+        }
+        data += done;
+        size -= static_cast<size_t>(done);
+        offset += done;
+    }
+    return true;
+}
 
 // The new value as a terminated text of at most value_size bytes, cut at a zero byte or line
 // end; a copy only when the caller's bytes do not end there.
@@ -191,7 +195,8 @@ bool append_entry(ByteBuilder &out, const LineReader &lines, const LineFields &f
         xstrcpy(cut, replacement->text, replacement->capacity);
         return append_line(out, head, fields.key_length, cut, std::strlen(cut));
     }
-    if (lines.ended() && lines.head_length() == fields.key_length + fields.value_length + 2 &&
+    if (lines.ended() &&
+        lines.head_length() == fields.key_length + fields.value_length + ENTRY_SEPARATORS &&
         head[fields.key_length] == '=') {
         return out.append(head, lines.head_length());
     }
