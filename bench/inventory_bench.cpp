@@ -21,31 +21,54 @@ class InventoryFile {
         char shm[] = "/dev/shm/karst-bench-XXXXXX";
         char tmp[] = "/tmp/karst-bench-XXXXXX";
         const char *made = mkdtemp(shm);
-        dir_ = made != nullptr ? made : mkdtemp(tmp);
+        made = made != nullptr ? made : mkdtemp(tmp);
+        if (made == nullptr) {
+            return;
+        }
+        dir_ = made;
         path_ = dir_ + "/inventory.txt";
         std::FILE *f = std::fopen(path_.c_str(), "w");
-        for (int i = 0; i < ENTRIES; ++i) {
-            std::fprintf(f, "FW_COMPONENT_%04d_VERSION=%d.%02d.%04d\n", i, i % 7, i % 100, i);
+        written_ = f != nullptr;
+        for (int i = 0; written_ && i < ENTRIES; ++i) {
+            written_ = std::fprintf(f, "FW_COMPONENT_%04d_VERSION=%d.%02d.%04d\n", i, i % 7,
+                                    i % 100, i) > 0;
         }
-        std::fclose(f);
+        written_ = f != nullptr && std::fclose(f) == 0 && written_;
     }
     ~InventoryFile() {
-        unlink(path_.c_str());
-        rmdir(dir_.c_str());
+        if (!dir_.empty()) {
+            unlink(path_.c_str());
+            rmdir(dir_.c_str());
+        }
     }
     const char *path() const { return path_.c_str(); }
+    // Whether the file was written whole; a benchmark skips itself otherwise.
+    bool written(benchmark::State &state) const {
+        if (!written_) {
+            state.SkipWithError("cannot write the inventory file");
+        }
+        return written_;
+    }
 
   private:
     std::string dir_;
     std::string path_;
+    bool written_ = false;
 };
 
 void BM_ReadFileLineByLine(benchmark::State &state) {
     InventoryFile file;
+    if (!file.written(state)) {
+        return;
+    }
     char *line = nullptr;
     size_t capacity = 0;
     for (auto _ : state) {
         std::FILE *f = std::fopen(file.path(), "r");
+        if (f == nullptr) {
+            state.SkipWithError("cannot open the inventory file");
+            break;
+        }
         size_t lines = 0;
         while (getline(&line, &capacity, f) > 0) {
             ++lines;
@@ -59,6 +82,9 @@ BENCHMARK(BM_ReadFileLineByLine);
 
 void BM_WriteConfigFirstEntry(benchmark::State &state) {
     InventoryFile file;
+    if (!file.written(state)) {
+        return;
+    }
     const char *values[2] = {"9.99.9999", "0.00.0000"};
     int turn = 0;
     for (auto _ : state) {
@@ -73,6 +99,9 @@ BENCHMARK(BM_WriteConfigFirstEntry);
 
 void BM_ReadConfigLastEntry(benchmark::State &state) {
     InventoryFile file;
+    if (!file.written(state)) {
+        return;
+    }
     char value[64];
     for (auto _ : state) {
         if (read_config(file.path(), "FW_COMPONENT_0999_VERSION", value, sizeof value) != 0) {

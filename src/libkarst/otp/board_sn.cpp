@@ -3,40 +3,29 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/session_scope.hpp"
 #include "core/text_answer.hpp"
 
 #include <algorithm>
 
 extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *buf,
                                         uint32_t size) try {
-    using namespace karst::tee;
-
     if (out_word == nullptr) {
         return -1;
     }
     *out_word = 0;
-    SharedRegion word_shm;
-    if (TEEC_Result res = word_shm.share(out_word, sizeof *out_word, TEEC_MEM_OUTPUT);
-        res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    karst::tee::Exchange tee;
+    if (!tee.share(0, out_word, sizeof *out_word, TEEC_MEM_OUTPUT) ||
+        !tee.share(1, buf, size, TEEC_MEM_OUTPUT)) {
         return -1;
     }
-    SharedRegion buf_shm;
-    if (TEEC_Result res = buf_shm.share(buf, size, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-    Operation op;
-    op.whole(0, word_shm).whole(1, buf_shm);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
+    if (!tee.invoke(cmd)) {
+        return tee.code();
     }
     // The serial number is text: terminated inside the caller's buffer.
-    const size_t n = std::min<size_t>(op.size_of(1), size);
+    const size_t n = std::min<size_t>(tee.size_of(1), size);
     if (buf != nullptr && size > 0 && !karst::terminate_text(static_cast<char *>(buf), size, n)) {
         KARST_E("Serial number of %d bytes has no terminating zero\n", static_cast<int>(n));
         return -1;
@@ -48,12 +37,8 @@ extern "C" int _pta_invoke_board_sn_get(uint32_t cmd, uint32_t *out_word, void *
 
 extern "C" int pta_invoke_otp_get_board_sn(uint32_t cmd, uint32_t *out_word, void *buf,
                                            uint32_t size) try {
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1;
-    }
-    const int rc = _pta_invoke_board_sn_get(cmd, out_word, buf, size);
-    pta_close_session();
-    return rc == 0 ? 0 : -1;
+    const karst::tee::SessionScope session;
+    return session.open() && _pta_invoke_board_sn_get(cmd, out_word, buf, size) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

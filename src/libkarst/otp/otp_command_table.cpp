@@ -39,7 +39,7 @@ int32_t pta_invoke_cmd_otp(int32_t argc, char **argv) try {
 }
 
 int32_t otp_main(int32_t argc, char **argv) try {
-    pta_invoke_cmd_otp(argc, argv);
+    pta_invoke_cmd_otp(argc, argv); // the program's status is always 0: messages tell failures
     return 0;
 } catch (...) {
     return KARST_CAUGHT(0);

@@ -3,39 +3,18 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
-#include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/exchange.hpp"
+#include "core/session_scope.hpp"
 
 namespace {
 
 // One procedure for both: the number as value a, the caller's memory as an output reference
-// (for programming, the secure world reads the data from it).
+// (for programming, the secure world reads the data from it). Failures are reported as routine.
 int invoke_with_memory(const char *routine, uint32_t cmd, uint32_t number, void *buf,
                        uint32_t size) {
-    using namespace karst::tee;
-
-    SharedRegion shm;
-    if (TEEC_Result res = shm.share(buf, size, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E_AS(routine, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-    Operation op;
-    op.value(0, number).whole(1, shm);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(cmd, op, origin); res != TEEC_SUCCESS) {
-        KARST_E_AS(routine, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return -1;
-    }
-    return 0;
-}
-
-template <typename Body> int in_session(Body body) {
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1;
-    }
-    const int rc = body();
-    pta_close_session();
-    return rc == 0 ? 0 : -1;
+    karst::tee::Exchange tee(routine);
+    tee.value(0, number);
+    return tee.share(1, buf, size, TEEC_MEM_OUTPUT) && tee.invoke(cmd) ? 0 : -1;
 }
 
 } // namespace
@@ -55,14 +34,16 @@ extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *da
 }
 
 extern "C" int pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf, uint32_t size) try {
-    return in_session([&] { return __pta_invoke_otp_get_key(cmd, key_id, buf, size); });
+    const karst::tee::SessionScope session;
+    return session.open() && __pta_invoke_otp_get_key(cmd, key_id, buf, size) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
                                        uint32_t len) try {
-    return in_session([&] { return __pta_invoke_otp_prog_usr(cmd, offset, data, len); });
+    const karst::tee::SessionScope session;
+    return session.open() && __pta_invoke_otp_prog_usr(cmd, offset, data, len) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

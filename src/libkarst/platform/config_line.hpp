@@ -22,6 +22,15 @@ struct config_entry {
     char value[VALUE_FIELD];
 };
 
+// Where scan_line finds a line's fields, without copying them: the key is the line's first
+// key_length bytes, the value the value_length bytes at value_at (0 bytes unless count is 2).
+struct LineFields {
+    int count = 0;
+    size_t key_length = 0;
+    size_t value_at = 0;
+    size_t value_length = 0;
+};
+
 // Scans a line as the pattern "%[^'=']=%511[^\n]" would, with the key bounded to its field:
 //   0  no entry: the line starts with "=" or an apostrophe, is empty, or its key runs past
 //      63 characters;
@@ -32,6 +41,8 @@ struct config_entry {
 // As for a text, the line ends at its first zero byte. Both fields are rewritten on every call:
 // empty unless the count gives them a content.
 int scan_line(const char *line, size_t length, config_entry &entry);
+// The same scan, telling where the fields lie.
+LineFields locate_fields(const char *line, size_t length);
 
 inline bool is_entry(int count) {
     return count == 1 || count == 2;

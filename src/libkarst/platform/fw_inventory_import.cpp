@@ -6,7 +6,7 @@
 #include "core/boundary.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
-#include "core/tee_session.hpp"
+#include "core/session_scope.hpp"
 #include "line_reader.hpp"
 #include "record_lock.hpp"
 
@@ -18,6 +18,51 @@ using namespace karst::config;
 namespace {
 
 constexpr size_t FW_INVT_FIELD = 64;
+constexpr const char *IMPORT = "pta20_import_fw_invt_tavo"; // the name in the import's messages
+
+// One entry of the file, written to the secure world unless it holds that value already.
+void import_entry(const config_entry &entry) {
+    char file_value[FW_INVT_FIELD] = {};
+    char pta_value[FW_INVT_FIELD] = {};
+    std::memcpy(file_value, entry.value, strnlen(entry.value, FW_INVT_FIELD - 1));
+    // A failed read leaves the secure world's value all zero: the file's value is then
+    // written, unless it is empty too.
+    _pta_invoke_inventory_get(entry.key, pta_value, FW_INVT_FIELD);
+    if (std::memcmp(file_value, pta_value, FW_INVT_FIELD) == 0) {
+        KARST_PRINT("datablk and file FW invt value of key: %s are the same.\n", entry.key);
+        return;
+    }
+    // A failed write is reported by the command; the import goes on with the next entry.
+    _pta_invoke_inventory_set(entry.key, file_value,
+                              static_cast<uint32_t>(std::strlen(file_value) + 1));
+}
+
+// The entries of the open, locked file, imported in a session of their own; the file is unlocked
+// and closed before the session. -1 when the session cannot be opened (the caller's lock and
+// file go on the way out), reading stops on an error, or the unlock fails.
+int import_locked(karst::Fd &fd, RecordLock &lock, const char *path) {
+    const karst::tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
+    LineReader lines(fd.get());
+    config_entry entry;
+    while (lines.next()) {
+        if (is_entry(scan_line(lines.head(), lines.head_length(), entry))) {
+            import_entry(entry);
+        }
+    }
+    const bool whole = !lines.failed();
+    if (!whole) {
+        KARST_NAMED_AS(IMPORT, "read %s fail \n", path);
+    }
+    const bool unlocked = lock.release();
+    if (!unlocked) {
+        KARST_NAMED_JOINED_AS(IMPORT, "%s fcntl unlock fail\n", path);
+    }
+    fd.reset();
+    return whole && unlocked ? 0 : -1;
+}
 
 } // namespace
 
@@ -37,41 +82,7 @@ extern "C" int pta20_import_fw_invt_tavo(const char *path) try {
         KARST_NAMED_JOINED("%s fcntl lock fail \n", path);
         return -1;
     }
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1; // the lock and the file go on the way out
-    }
-
-    LineReader lines(fd.get());
-    config_entry entry;
-    while (lines.next()) {
-        char file_value[FW_INVT_FIELD] = {};
-        char pta_value[FW_INVT_FIELD] = {};
-        if (!is_entry(scan_line(lines.head(), lines.head_length(), entry))) {
-            continue;
-        }
-        std::memcpy(file_value, entry.value, strnlen(entry.value, FW_INVT_FIELD - 1));
-        // A failed read leaves the secure world's value all zero: the file's value is then
-        // written, unless it is empty too.
-        _pta_invoke_inventory_get(entry.key, pta_value, FW_INVT_FIELD);
-        if (std::memcmp(file_value, pta_value, FW_INVT_FIELD) != 0) {
-            _pta_invoke_inventory_set(entry.key, file_value,
-                                      static_cast<uint32_t>(std::strlen(file_value) + 1));
-        } else {
-            KARST_PRINT("datablk and file FW invt value of key: %s are the same.\n", entry.key);
-        }
-    }
-
-    const bool whole = !lines.failed();
-    if (!whole) {
-        KARST_NAMED("read %s fail \n", path);
-    }
-    const bool unlocked = lock.release();
-    if (!unlocked) {
-        KARST_NAMED_JOINED("%s fcntl unlock fail\n", path);
-    }
-    fd.reset();
-    pta_close_session();
-    return whole && unlocked ? 0 : -1;
+    return import_locked(fd, lock, path);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

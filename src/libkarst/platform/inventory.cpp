@@ -4,110 +4,91 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
-#include "core/tee_session.hpp"
-#include "core/text_answer.hpp"
+#include "core/session_scope.hpp"
 #include "inventory_file.hpp"
 #include "name_value.hpp"
+#include "named_store.hpp"
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 namespace {
 
-constexpr size_t INVENTORY_NAME_SIZE = 1024;
+using karst::HeapBuffer;
+using karst::tee::Exchange;
+
 constexpr size_t INVENTORY_VALUE_MAX = 32768;
 constexpr uint32_t INVENTORY_DEFAULT_READ = 100;
+// BIOS versions are stored as "Ver ..."; "Rev" is the same mark written wrongly.
+constexpr char BIOS_WRONG_MARK[] = "Rev";
+constexpr char BIOS_MARK[] = "Ver";
+constexpr size_t BIOS_MARK_LENGTH = sizeof BIOS_MARK - 1;
 
-// The 1024-byte name buffer, filled and registered as input; false after printing why not.
-bool share_name(karst::tee::SharedBuffer &buffer, const char *name, const char *func) {
-    if (!buffer.allocate(INVENTORY_NAME_SIZE, true)) {
-        karst::log::error(func, __LINE__, "Failed to allocate input buffer\n");
-        return false;
+// The room of a read: the caller's size, or 100 bytes for size 0.
+uint32_t read_capacity(uint32_t size) {
+    return size == 0 ? INVENTORY_DEFAULT_READ : size;
+}
+
+// A BIOS value holding "Rev" is corrected in the caller's buffer and stored again in the secure
+// world. The value is looked at only within the buffer's capacity bytes, whether or not the
+// secure world terminated it.
+void correct_bios_mark(const char *name, char *buffer, uint32_t capacity) {
+    if (std::strstr(name, "BIOS") == nullptr) {
+        return;
     }
-    const size_t length = std::strlen(name);
-    if (length + 1 > INVENTORY_NAME_SIZE) {
-        karst::log::error(func, __LINE__, "Environment variable name too long\n");
-        return false;
+    const size_t length = strnlen(buffer, capacity);
+    char *end = buffer + length;
+    char *at = std::search(buffer, end, BIOS_WRONG_MARK, BIOS_WRONG_MARK + BIOS_MARK_LENGTH);
+    if (at == end) {
+        return;
     }
-    std::memcpy(buffer.data(), name, length + 1);
-    if (TEEC_Result res = buffer.share(TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
-        karst::log::error(func, __LINE__, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return false;
-    }
-    return true;
+    KARST_PRINT("'Rev' is detected, convert it to 'Ver'\n");
+    std::memcpy(at, BIOS_MARK, BIOS_MARK_LENGTH);
+    const auto corrected = static_cast<uint32_t>(std::min<size_t>(length + 1, capacity));
+    pta20_inventory_set(name, buffer, corrected); // reports its failure; the read still succeeds
 }
 
 } // namespace
 
 extern "C" int _pta_invoke_inventory_get(const char *name, char *out, uint32_t size) try {
-    using namespace karst::tee;
-
     if (name == nullptr) {
         KARST_E("Environment variable name missing\n");
         return -1;
     }
-    SharedBuffer name_buf;
-    if (!share_name(name_buf, name, __func__)) {
+    const uint32_t capacity = read_capacity(size);
+    HeapBuffer name_buf;
+    HeapBuffer value_buf;
+    Exchange tee;
+    if (!karst::store::share_name(tee, name_buf, name, KARST_SITE)) {
         return -1;
     }
-
-    const uint32_t capacity = size == 0 ? INVENTORY_DEFAULT_READ : size;
-    SharedBuffer value_buf;
     if (!value_buf.allocate(capacity)) {
         KARST_E("Failed to allocate output buffer\n");
         return -1;
     }
-    if (TEEC_Result res = value_buf.share(TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    if (!tee.share(1, value_buf, TEEC_MEM_OUTPUT) || !tee.invoke(PTA_DALU_CMD_INVENTORY_GET)) {
         return -1;
     }
-
-    Operation op;
-    op.whole(0, name_buf).whole(1, value_buf);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(PTA_DALU_CMD_INVENTORY_GET, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return -1;
-    }
-
-    const size_t n = op.size_of(1);
-    if (capacity < n) {
-        KARST_E("Buffer has less space (%d) than actual data size (%d)\n",
-                static_cast<int>(capacity), static_cast<int>(n));
-        return -1;
-    }
-    if (out != nullptr) {
-        std::memcpy(out, value_buf.data(), n);
-        if (!karst::terminate_text(out, capacity, n)) {
-            KARST_E("Value of %d bytes has no terminating zero\n", static_cast<int>(n));
-            return -1;
-        }
-    } else {
-        KARST_PRINT("%s=%.*s\n", name, static_cast<int>(n), value_buf.chars());
-    }
-    return 0;
+    return karst::store::deliver(name, value_buf, tee.size_of(1), out, capacity, KARST_SITE);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uint32_t size) try {
-    using namespace karst::tee;
-
     if (name == nullptr) {
         KARST_E("Argument must be in name=value format\n");
         return -1;
     }
-    SharedBuffer name_buf;
-    if (!share_name(name_buf, name, __func__)) {
+    HeapBuffer name_buf;
+    HeapBuffer value_buf;
+    Exchange tee;
+    if (!karst::store::share_name(tee, name_buf, name, KARST_SITE)) {
         return -1;
     }
-
     // The size is checked before the buffer is taken, so that no size can ask the heap for more
     // than the command carries.
-    SharedBuffer value_buf;
     if (size > INVENTORY_VALUE_MAX) {
         KARST_E("Environment variable name too long\n");
         return -1;
@@ -119,19 +100,8 @@ extern "C" int _pta_invoke_inventory_set(const char *name, const char *data, uin
     if (data != nullptr && size != 0) {
         std::memcpy(value_buf.data(), data, size);
     }
-    if (TEEC_Result res = value_buf.share(TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-
-    Operation op;
-    op.whole(0, name_buf).whole(1, value_buf);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(PTA_DALU_CMD_INVENTORY_SET, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return -1;
-    }
-    return 0;
+    return tee.share(1, value_buf, TEEC_MEM_INPUT) && tee.invoke(PTA_DALU_CMD_INVENTORY_SET) ? 0
+                                                                                             : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -160,32 +130,17 @@ extern "C" int pta20_inventory_get(const char *name, char *buffer, uint32_t size
                     static_cast<void *>(buffer));
         return -1;
     }
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return karst::config::read_inventory_file(name, buffer, size);
-    }
-    const int rc = _pta_invoke_inventory_get(name, buffer, size);
-    pta_close_session();
-    if (rc != 0) {
-        return -1;
-    }
-
-    // BIOS versions are stored as "Ver ..."; a value written as "Rev ..." is corrected in the
-    // caller's buffer, in the secure world and in the file. The value is looked at only within
-    // the caller's buffer, whether or not the secure world terminated it.
-    const uint32_t capacity = size == 0 ? INVENTORY_DEFAULT_READ : size;
-    const size_t length = strnlen(buffer, capacity);
-    if (std::strstr(name, "BIOS") != nullptr) {
-        constexpr char rev[] = "Rev";
-        const char *end = buffer + length;
-        char *at = std::search(buffer, buffer + length, rev, rev + 3);
-        if (at != end) {
-            KARST_PRINT("'Rev' is detected, convert it to 'Ver'\n");
-            std::memcpy(at, "Ver", 3);
-            const auto corrected = static_cast<uint32_t>(std::min<size_t>(length + 1, capacity));
-            pta20_inventory_set(name, buffer, corrected);
+    {
+        const karst::tee::SessionScope session;
+        if (!session.open()) {
+            return karst::config::read_inventory_file(name, buffer, size);
         }
-    }
-    karst::config::write_inventory_file(name, buffer, size);
+        if (_pta_invoke_inventory_get(name, buffer, size) != 0) {
+            return -1;
+        }
+    } // closed here: the correction stores the value in a session of its own
+    correct_bios_mark(name, buffer, read_capacity(size));
+    karst::config::write_inventory_file(name, buffer, size); // only a cache: a failure is no error
     return 0;
 } catch (...) {
     return KARST_CAUGHT(-1);
@@ -196,13 +151,9 @@ extern "C" int pta20_inventory_set(const char *name, const char *data, uint32_t 
         KARST_PRINT("Invalid arguments: name = %s\n", "(null)");
         return -1;
     }
-    karst::config::write_inventory_file(name, data, size);
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1;
-    }
-    const int rc = _pta_invoke_inventory_set(name, data, size);
-    pta_close_session();
-    return rc == 0 ? 0 : -1;
+    karst::config::write_inventory_file(name, data, size); // only a cache: a failure is no error
+    const karst::tee::SessionScope session;
+    return session.open() && _pta_invoke_inventory_set(name, data, size) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

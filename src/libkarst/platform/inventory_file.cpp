@@ -29,34 +29,9 @@ namespace {
 
 constexpr int INVENTORY_FILE_MODE = 0644;
 
-// The new value as text: its bytes up to the first zero byte or line end, never more than size
-// bytes. A line end would split the entry in two lines.
-size_t value_text_length(const char *value, size_t size) {
-    size_t n = 0;
-    while (n < size && value[n] != '\0' && value[n] != '\n') {
-        ++n;
-    }
-    return n;
-}
-
-bool append_entry(ByteBuilder &out, const char *key, const char *value) {
-    return out.append(key) && out.append("=", 1) && out.append(value) && out.append("\n", 1);
-}
-
-bool write_all(int fd, const char *data, size_t size, off_t offset) {
-    while (size > 0) {
-        const ssize_t done = ::pwrite(fd, data, size, offset);
-        if (done < 0 && errno == EINTR) {
-            continue;
-        }
-        if (done <= 0) {
-            return false;
-        }
-        data += done;
-        size -= static_cast<size_t>(done);
-        offset += done;
-    }
-    return true;
+// Whether the entry line at head has exactly this key.
+bool holds_key(const char *head, const LineFields &fields, const char *key, size_t key_length) {
+    return fields.key_length == key_length && std::memcmp(head, key, key_length) == 0;
 }
 
 } // namespace
@@ -71,14 +46,14 @@ int read_entry(const Fd &fd, const char *path, const char *key, char *out, uint3
     }
 
     int result = -1;
+    const size_t key_length = std::strlen(key);
     LineReader lines(fd.get());
-    config_entry entry;
     while (lines.next()) {
-        if (is_entry(scan_line(lines.head(), lines.head_length(), entry)) &&
-            std::strcmp(entry.key, key) == 0) {
+        const LineFields fields = locate_fields(lines.head(), lines.head_length());
+        if (is_entry(fields.count) && holds_key(lines.head(), fields, key, key_length)) {
             if (out != nullptr && out_size > 0) {
-                const size_t n = std::min<size_t>(std::strlen(entry.value), out_size - 1);
-                std::memcpy(out, entry.value, n);
+                const size_t n = std::min<size_t>(fields.value_length, out_size - 1);
+                std::memcpy(out, lines.head() + fields.value_at, n);
                 out[n] = '\0';
             }
             result = 0;
@@ -114,6 +89,43 @@ namespace karst::config {
 namespace {
 
 constexpr const char *WRITE = "write_config"; // the name in the messages of an update
+
+// The "=" and the line end around an entry's value.
+constexpr size_t ENTRY_SEPARATORS = 2;
+
+// The new value as text: its bytes up to the first zero byte or line end, never more than size
+// bytes. A line end would split the entry in two lines.
+size_t value_text_length(const char *value, size_t size) {
+    size_t n = 0;
+    while (n < size && value[n] != '\0' && value[n] != '\n') {
+        ++n;
+    }
+    return n;
+}
+
+// key, "=", value and the line end: an entry as it is written.
+bool append_line(ByteBuilder &out, const char *key, size_t key_length, const char *value,
+                 size_t value_length) {
+    return out.append(key, key_length) && out.append("=", 1) && out.append(value, value_length) &&
+           out.append("\n", 1);
+}
+
+// size bytes at offset, resumed after interruptions; false when the file takes no more.
+bool write_all(int fd, const char *data, size_t size, off_t offset) {
+    while (size > 0) {
+        const ssize_t done = ::pwrite(fd, data, size, offset);
+        if (done < 0 && errno == EINTR) {
+            continue;
+        }
+        if (done <= 0) {
+            return false;
+        }
+        data += done;
+        size -= static_cast<size_t>(done);
+        offset += done;
+    }
+    return true;
+}
 
 // The new value as a terminated text of at most value_size bytes, cut at a zero byte or line
 // end; a copy only when the caller's bytes do not end there.
@@ -157,27 +169,58 @@ struct Scan {
     ByteBuilder rewrite;
 };
 
+// Whether the key's entry line at head already holds the new value.
+bool holds_value(const char *head, const LineFields &fields, const NewValue &value) {
+    return fields.count == 2 && fields.value_length == value.length &&
+           std::memcmp(head + fields.value_at, value.text, value.length) == 0;
+}
+
+// An entry line before the first match: the rewrite starts after it, completed by what it lacks
+// to end as it scans.
+void keep_line(const LineReader &lines, const LineFields &fields, Scan &scan) {
+    scan.rewrite_at = lines.end_offset();
+    const bool key_to_end =
+        fields.count == 1 && fields.key_length == strnlen(lines.head(), lines.head_length());
+    scan.completion = lines.ended() ? "" : key_to_end ? "=\n" : "\n";
+}
+
+// An entry from the first match on, as it is written back. The key's own lines take the new
+// value, cut to the field as xstrcpy cuts it; any other line that already reads key=value with
+// its line end is copied as it stands.
+bool append_entry(ByteBuilder &out, const LineReader &lines, const LineFields &fields,
+                  const NewValue *replacement) {
+    const char *head = lines.head();
+    if (replacement != nullptr) {
+        char cut[VALUE_FIELD];
+        xstrcpy(cut, replacement->text, replacement->capacity);
+        return append_line(out, head, fields.key_length, cut, std::strlen(cut));
+    }
+    if (lines.ended() &&
+        lines.head_length() == fields.key_length + fields.value_length + ENTRY_SEPARATORS &&
+        head[fields.key_length] == '=') {
+        return out.append(head, lines.head_length());
+    }
+    return append_line(out, head, fields.key_length, head + fields.value_at, fields.value_length);
+}
+
 // Entries from the first match on are kept, as they will be written back. Should that fail for
 // want of memory, the file is left as it is: no entry is ever dropped.
 bool scan_entries(int fd, const char *path, const char *key, const NewValue &value, Scan &scan) {
+    const size_t key_length = std::strlen(key);
     LineReader lines(fd);
-    config_entry entry;
     while (lines.next()) {
-        const int count = scan_line(lines.head(), lines.head_length(), entry);
-        if (!is_entry(count)) {
+        const LineFields fields = locate_fields(lines.head(), lines.head_length());
+        if (!is_entry(fields.count)) {
             continue;
         }
-        if (std::strcmp(entry.key, key) == 0) {
-            scan.changed = scan.changed || count == 1 || std::strcmp(entry.value, value.text) != 0;
-            xstrcpy(entry.value, value.text, value.capacity);
+        const bool match = holds_key(lines.head(), fields, key, key_length);
+        if (match) {
+            scan.changed = scan.changed || !holds_value(lines.head(), fields, value);
             scan.found = true;
         }
         if (!scan.found) {
-            scan.rewrite_at = lines.end_offset();
-            const bool key_to_end =
-                count == 1 && std::strlen(entry.key) == strnlen(lines.head(), lines.head_length());
-            scan.completion = lines.ended() ? "" : key_to_end ? "=\n" : "\n";
-        } else if (!append_entry(scan.rewrite, entry.key, entry.value)) {
+            keep_line(lines, fields, scan);
+        } else if (!append_entry(scan.rewrite, lines, fields, match ? &value : nullptr)) {
             KARST_NAMED_AS(WRITE, "out of memory \n");
             return false;
         }
@@ -194,10 +237,8 @@ bool scan_entries(int fd, const char *path, const char *key, const NewValue &val
 int rewrite(int fd, const char *key, size_t key_length, const NewValue &value, Scan &scan) {
     if (!scan.found && key_length > 0) {
         ByteBuilder line;
-        const bool ok = line.append(scan.completion) && line.append(key, key_length) &&
-                        line.append("=", 1) && line.append(value.text, value.length) &&
-                        line.append("\n", 1);
-        if (!ok) {
+        if (!line.append(scan.completion) ||
+            !append_line(line, key, key_length, value.text, value.length)) {
             KARST_NAMED_AS(WRITE, "out of memory \n");
             return -1;
         }

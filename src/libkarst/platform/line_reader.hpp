@@ -20,6 +20,7 @@ class LineReader {
     // Moves to the next line; false at the end of the file or after a read error.
     bool next();
 
+    // The line's first bytes (at most LINE_HEAD), in the reader's own memory until the next call.
     const char *head() const { return head_; }
     size_t head_length() const { return head_len_; }
     // Whether the line ended with a line end (the last line of a file may not).
@@ -31,6 +32,8 @@ class LineReader {
 
   private:
     bool refill();
+    // The next line when the chunk holds it up to its line end: its head is read in place.
+    bool whole_line_in_chunk();
 
     static constexpr size_t CHUNK = 16384;
     int fd_;
@@ -41,7 +44,8 @@ class LineReader {
     bool ended_ = false;
     bool failed_ = false;
     bool at_end_ = false;
-    char head_[LINE_HEAD];
+    const char *head_ = copy_;
+    char copy_[LINE_HEAD]; // the head of a line that crosses chunks
     char chunk_[CHUNK];
 };
 

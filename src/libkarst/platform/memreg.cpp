@@ -3,14 +3,16 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/log.hpp"
-#include "core/shared_buffer.hpp"
-#include "core/tee_session.hpp"
+#include "core/session_scope.hpp"
 
 #include <cstdlib>
 #include <cstring>
 
 namespace {
+
+using karst::HeapBuffer;
 
 constexpr size_t MEMREG_INPUT_SIZE = 1024;
 constexpr size_t MEMREG_OUTPUT_SIZE = 32768;
@@ -22,17 +24,23 @@ uint32_t parse_address(const char *text) {
     return static_cast<uint32_t>(std::strtoull(text, nullptr, 16));
 }
 
-uint32_t word_at(const uint8_t *data, uint32_t index) {
+uint32_t word_at(const HeapBuffer &words, uint32_t index) {
     uint32_t word = 0;
-    std::memcpy(&word, data + index * sizeof word, sizeof word);
+    std::memcpy(&word, words.data() + index * sizeof word, sizeof word);
     return word;
+}
+
+// Each of the count registers read from address on, with its own address.
+void print_registers(uint32_t address, const HeapBuffer &words, uint32_t count) {
+    for (uint32_t n = 0; n < count; ++n) {
+        KARST_PRINT("Read secure info from register addr:[%08x] --> value:[%08x]\n",
+                    address + static_cast<uint32_t>(sizeof(uint32_t)) * n, word_at(words, n));
+    }
 }
 
 } // namespace
 
 extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, uint32_t *out) try {
-    using namespace karst::tee;
-
     if (address_text == nullptr) {
         KARST_E("Invalid input addr!\n");
         return -1;
@@ -44,43 +52,29 @@ extern "C" int _pta_invoke_memreg_get(const char *address_text, uint32_t count, 
         return -1;
     }
     const uint32_t address = parse_address(address_text);
-
-    SharedBuffer input;
+    HeapBuffer input;
+    HeapBuffer output;
+    karst::tee::Exchange tee;
     if (!input.allocate(MEMREG_INPUT_SIZE, true)) {
         KARST_E("Failed to allocate input buffer\n");
         return -1;
     }
     std::memcpy(input.data(), &address, sizeof address); // the processor's byte order
-    if (TEEC_Result res = input.share(TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    if (!tee.share(1, input, TEEC_MEM_INPUT)) {
         return -1;
     }
-
     // Zeroed, so that registers the secure world leaves unwritten read as 0.
-    SharedBuffer output;
     if (!output.allocate(MEMREG_OUTPUT_SIZE, true)) {
         KARST_E("Failed to allocate output buffer\n");
         return -1;
     }
-    if (TEEC_Result res = output.share(TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    tee.value(0, count);
+    if (!tee.share(2, output, TEEC_MEM_OUTPUT) || !tee.invoke(PTA_DALU_CMD_MEMREG_GET)) {
         return -1;
     }
-
-    Operation op;
-    op.value(0, count).whole(1, input).whole(2, output);
-    uint32_t origin = 0;
-    if (TEEC_Result res = invoke(PTA_DALU_CMD_MEMREG_GET, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return -1;
-    }
-
-    for (uint32_t n = 0; n < count; ++n) {
-        KARST_PRINT("Read secure info from register addr:[%08x] --> value:[%08x]\n",
-                    address + 4u * n, word_at(output.data(), n));
-    }
+    print_registers(address, output, count);
     if (out != nullptr) {
-        *out = word_at(output.data(), 0);
+        *out = word_at(output, 0);
     }
     return 0;
 } catch (...) {
@@ -98,12 +92,8 @@ extern "C" int pta20_memreg_get(const char *address_text, uint32_t count, uint32
         KARST_PRINT("invalid read len!\n");
         return -1;
     }
-    if (pta_open_session() != TEEC_SUCCESS) {
-        return -1;
-    }
-    const int rc = _pta_invoke_memreg_get(address_text, count, out);
-    pta_close_session();
-    return rc == 0 ? 0 : -1;
+    const karst::tee::SessionScope session;
+    return session.open() && _pta_invoke_memreg_get(address_text, count, out) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

@@ -13,4 +13,8 @@ struct NameValue {
 // the text unchanged, when it is null or holds no "=".
 bool split_name_value(char *text, NameValue &out);
 
+// The same split for a text that must hold both a name and a value (a CPLD register and its
+// value): false, with the text unchanged, when either is missing or empty.
+bool split_name_and_value(char *text, NameValue &out);
+
 } // namespace karst
