@@ -5,8 +5,8 @@
 #include "core/exchange.hpp"
 #include "core/log.hpp"
 #include "core/session_scope.hpp"
-#include "core/text_answer.hpp"
 #include "name_value.hpp"
+#include "named_store.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -16,44 +16,7 @@ namespace {
 using karst::HeapBuffer;
 using karst::tee::Exchange;
 
-constexpr size_t UBOOTENV_NAME_SIZE = 1024;
 constexpr size_t UBOOTENV_VALUE_SIZE = 32768;
-
-// The variable's name as input parameter 0 of the exchange; failures reported at site.
-bool share_name(Exchange &tee, HeapBuffer &buffer, const char *name, karst::log::Site site) {
-    if (!buffer.allocate(UBOOTENV_NAME_SIZE)) {
-        KARST_E_AT(site, "Failed to allocate input buffer\n");
-        return false;
-    }
-    const size_t length = std::strlen(name);
-    if (length + 1 > UBOOTENV_NAME_SIZE) {
-        KARST_E_AT(site, "Environment variable name too long\n");
-        return false;
-    }
-    std::memcpy(buffer.data(), name, length + 1);
-    return tee.share(0, buffer, TEEC_MEM_INPUT, site.line);
-}
-
-// The answer of n bytes to the caller: into out (of out_size bytes; 0 means unbounded), or
-// printed as name=value when out is null.
-int deliver(const char *name, const HeapBuffer &value, size_t n, char *out, uint32_t out_size,
-            karst::log::Site site) {
-    if (out_size != 0 && out_size < n) {
-        KARST_E_AT(site, "Buffer has less space (%d) than actual data size (%d)\n",
-                   static_cast<int>(out_size), static_cast<int>(n));
-        return -1;
-    }
-    if (out == nullptr) {
-        KARST_PRINT("%s=%.*s\n", name, static_cast<int>(n), value.chars());
-        return 0;
-    }
-    std::memcpy(out, value.data(), n);
-    if (!karst::terminate_text(out, out_size == 0 ? UBOOTENV_VALUE_SIZE : out_size, n)) {
-        KARST_E_AT(site, "Value of %d bytes has no terminating zero\n", static_cast<int>(n));
-        return -1;
-    }
-    return 0;
-}
 
 } // namespace
 
@@ -65,7 +28,7 @@ extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t ou
     HeapBuffer name_buf;
     HeapBuffer value_buf;
     Exchange tee;
-    if (!share_name(tee, name_buf, name, KARST_SITE)) {
+    if (!karst::store::share_name(tee, name_buf, name, KARST_SITE)) {
         return -1;
     }
     if (!value_buf.allocate(UBOOTENV_VALUE_SIZE)) {
@@ -77,7 +40,8 @@ extern "C" int _pta_invoke_ubootenv_get(const char *name, char *out, uint32_t ou
     }
     // The reported size never exceeds the buffer that was shared.
     const size_t n = std::min(tee.size_of(1), value_buf.size());
-    return deliver(name, value_buf, n, out, out_size, KARST_SITE);
+    return karst::store::deliver(name, value_buf, n, out,
+                                 out_size == 0 ? UBOOTENV_VALUE_SIZE : out_size, KARST_SITE);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -90,7 +54,7 @@ extern "C" int _pta_invoke_ubootenv_set(const char *name, const char *value) try
     HeapBuffer name_buf;
     HeapBuffer value_buf;
     Exchange tee;
-    if (!share_name(tee, name_buf, name, KARST_SITE)) {
+    if (!karst::store::share_name(tee, name_buf, name, KARST_SITE)) {
         return -1;
     }
     if (!value_buf.allocate(UBOOTENV_VALUE_SIZE, true)) {
