@@ -3,7 +3,6 @@
 
 #include "core/boundary.hpp"
 #include "core/log.hpp"
-#include "datablk/klv.hpp"
 #include "datablk/store.hpp"
 
 #include <cstring>
@@ -16,12 +15,7 @@ namespace {
 // The magic id is not compared: a reader may look into a block of any kind.
 int blk_get(std::string_view name, uint8_t *data, uint32_t *len, const uint8_t *blk) {
     const uint32_t capacity = *len;
-    if (!datablk_len_ok(capacity)) {
-        KARST_E("Incorrect datablk length %x\n", capacity);
-        return -1;
-    }
-    if (!karst::klv::name_ok(name)) {
-        KARST_E("Incorrect key name length %zu\n", name.size());
+    if (!length_and_name_ok(capacity, name, KARST_SITE)) {
         return -1;
     }
     std::memset(data, 0, capacity);

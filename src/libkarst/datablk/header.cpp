@@ -7,6 +7,11 @@
 #include <cstring>
 
 namespace karst::datablk {
+namespace {
+
+constexpr uint32_t CRC_SEED = 0xFFFFFFFFu; // crc32i's starting register for a whole block
+
+} // namespace
 
 uint32_t load_le32(const uint8_t *p) {
     return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
@@ -38,7 +43,7 @@ void write_header(uint8_t *blk, uint32_t magic, uint32_t data_len) {
 }
 
 uint32_t datablk_crc(const uint8_t *blk) {
-    return crc32i(0xFFFFFFFFu, blk + MAGIC_OFFSET, max_data_len(blk) + (HEADER_LEN - MAGIC_OFFSET));
+    return crc32i(CRC_SEED, blk + MAGIC_OFFSET, max_data_len(blk) + (HEADER_LEN - MAGIC_OFFSET));
 }
 
 bool datablk_crc_ok(const uint8_t *blk) {
@@ -50,7 +55,7 @@ void datablk_store_crc(uint8_t *blk) {
 }
 
 CrcPrefix datablk_crc_prefix(const uint8_t *blk, uint32_t split) {
-    return {split, crc32i(0xFFFFFFFFu, blk + MAGIC_OFFSET, split + (HEADER_LEN - MAGIC_OFFSET))};
+    return {split, crc32i(CRC_SEED, blk + MAGIC_OFFSET, split + (HEADER_LEN - MAGIC_OFFSET))};
 }
 
 uint32_t datablk_crc_from(const uint8_t *blk, CrcPrefix prefix) {

@@ -20,6 +20,8 @@ constexpr size_t MAGIC_OFFSET = 4;
 constexpr size_t FORMAT_OFFSET = 8;
 constexpr size_t MAX_DATA_LEN_OFFSET = 12;
 constexpr uint8_t FORMAT[4] = {0x01, 0x01, 0x00, 0x01};
+// Format byte 3: 01 in a new block; the firmware authentication block carries 00 there.
+constexpr size_t FORMAT_BYTE_3_OFFSET = FORMAT_OFFSET + 3;
 
 // 1 <= length <= MAX_LEN: the rule for buffer lengths, max_data_len, value lengths and
 // capacities.

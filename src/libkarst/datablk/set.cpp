@@ -3,7 +3,6 @@
 
 #include "core/boundary.hpp"
 #include "core/log.hpp"
-#include "datablk/klv.hpp"
 #include "datablk/store.hpp"
 
 #include <cstring>
@@ -15,12 +14,7 @@ namespace {
 
 int blk_set(uint32_t magic_id, std::string_view name, const uint8_t *data, uint32_t len,
             uint8_t *blk) {
-    if (!datablk_len_ok(len)) {
-        KARST_E("Incorrect datablk length %x\n", len);
-        return -1;
-    }
-    if (!karst::klv::name_ok(name)) {
-        KARST_E("Incorrect key name length %zu\n", name.size());
+    if (!length_and_name_ok(len, name, KARST_SITE)) {
         return -1;
     }
     if (magic_id != karst::datablk::magic_id(blk)) {

@@ -1,7 +1,9 @@
 // Finding and storing keys in a block: the bodies behind get and set.
 #pragma once
 
+#include "core/log.hpp"
 #include "datablk/header.hpp"
+#include "datablk/klv.hpp"
 #include "datablk/records.hpp"
 
 #include <cstdint>
@@ -11,6 +13,20 @@ namespace karst::datablk {
 
 inline Area area_of(const uint8_t *blk) {
     return {data_area(blk), max_data_len(blk)};
+}
+
+// The checks of a get's capacity or a set's value length, and of the key's name; a refusal is
+// reported at site.
+inline bool length_and_name_ok(uint32_t length, std::string_view name, log::Site site) {
+    if (!datablk_len_ok(length)) {
+        KARST_E_AT(site, "Incorrect datablk length %x\n", length);
+        return false;
+    }
+    if (!klv::name_ok(name)) {
+        KARST_E_AT(site, "Incorrect key name length %zu\n", name.size());
+        return false;
+    }
+    return true;
 }
 
 enum class Found {

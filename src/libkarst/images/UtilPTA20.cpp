@@ -27,28 +27,20 @@ namespace {
 constexpr int IMG_RETRIES = 10;
 constexpr int PTA_BUSY = -2; // 0xFFFFFFFE: the secure world is busy with an image
 
-// Regions of "/dev/mmcblk0", in 512-byte blocks, that hold the active BMC image.
+// Regions of "/dev/mmcblk0", in 512-byte blocks, that hold the active BMC image: the head, then
+// the tail right behind it in the dump.
 struct mmc_region {
-    uint32_t reserved;
     uint32_t start;
     uint32_t count;
 };
-constexpr mmc_region mmc_regions[13] = {
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
-    {0, 0x2000, 0x3180},  // 10: the first 0x630000 bytes, from byte 0x400000
-    {0, 0x6000, 0x1CE80}, // 11: the remaining 0x39D0000 bytes, from byte 0xC00000
-    {},
+constexpr size_t BMC_HEAD = 0; // the first 0x630000 bytes, from byte 0x400000
+constexpr size_t BMC_TAIL = 1; // the remaining 0x39D0000 bytes, from byte 0xC00000
+constexpr mmc_region mmc_regions[] = {
+    {0x2000, 0x3180},
+    {0x6000, 0x1CE80},
 };
 constexpr int MMC_BLOCK = 512;
+constexpr mode_t DUMP_MODE = 0444; // the dump is read-only
 
 bool word_ok(uint32_t img_id) {
     return img_type(img_id) < IMG_TYPE_COUNT && img_index(img_id) < IMG_IDX_COUNT;
@@ -58,19 +50,49 @@ uintptr_t word(const void *p) {
     return reinterpret_cast<uintptr_t>(p);
 }
 
-// Runs an image command with the caller's words, again while the secure world answers busy.
-int retried(uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size,
-            int &retries_left) {
+// Runs an image command once with the caller's words: its result.
+int command(uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) {
+    uintptr_t block[PTA20_ARGS_WORDS];
+    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
+    return pta_invoke_cmd(number, block);
+}
+
+// Runs an image command with the caller's words in a session of its own, again while the secure
+// world answers busy, and logs its last result (named name) with the tries left. The command's
+// result; -1 for a bad image word or no session.
+int retried(const char *name, uint32_t number, uint32_t img_id, uint32_t img_flags, void *arg,
+            uint32_t size) {
+    if (!word_ok(img_id)) {
+        return -1;
+    }
+    const tee::SessionScope session;
+    if (!session.open()) {
+        return -1;
+    }
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
     int rc = 0;
-    for (retries_left = IMG_RETRIES; retries_left >= 1; --retries_left) {
+    int left = IMG_RETRIES;
+    for (; left >= 1; --left) {
         rc = pta_invoke_cmd(number, block);
         if (rc != PTA_BUSY) {
             break;
         }
     }
+    KARST_DEBUG(IMAGE_API_FILE, "%s rc = %x; retry left %d:%d\n", name, static_cast<unsigned>(rc),
+                left, IMG_RETRIES);
     return rc;
+}
+
+// The dd command that copies region of the device into the image, seek blocks into it.
+std::string dd_command(const std::string &device, const std::string &image,
+                       const mmc_region &region, uint32_t seek) {
+    std::string command = "dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
+                          " skip=" + std::to_string(region.start);
+    if (seek != 0) {
+        command += " seek=" + std::to_string(seek);
+    }
+    return command + " count=" + std::to_string(region.count);
 }
 
 // Copies the two eMMC regions of the active BMC image, one behind the other, into
@@ -87,16 +109,11 @@ int bmc_active_dump() {
     const std::string device = shell::quote(platform_path(paths::MMC_DEVICE));
     const std::string image_path = platform_path(paths::FW_IMAGE);
     const std::string image = shell::quote(image_path);
-    const mmc_region &first = mmc_regions[10];
-    const mmc_region &second = mmc_regions[11];
-
     if (image_file) {
-        shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
-                   " skip=" + std::to_string(first.start) +
-                   " count=" + std::to_string(first.count));
-        shell::run("dd if=" + device + " of=" + image + " bs=" + std::to_string(MMC_BLOCK) +
-                   " skip=" + std::to_string(second.start) + " seek=" +
-                   std::to_string(first.count) + " count=" + std::to_string(second.count));
+        // What dd managed is judged by the file's size below.
+        const mmc_region &head = mmc_regions[BMC_HEAD];
+        shell::run(dd_command(device, image, head, 0));
+        shell::run(dd_command(device, image, mmc_regions[BMC_TAIL], head.count));
     }
     struct stat st {};
     if (!image_file || ::fstat(image_file.get(), &st) != 0 || st.st_size == 0) {
@@ -106,42 +123,22 @@ int bmc_active_dump() {
         KARST_ERROR(IMAGE_API_FILE, "BMC active FW failed to dump!\n");
         return -1;
     }
-    ::fchmod(image_file.get(), 0444);
+    ::fchmod(image_file.get(), DUMP_MODE); // a dump left writable still succeeds: not reported
     return 0;
 }
 
 } // namespace
 
 extern "C" int pta20_img_auth(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
-    if (!word_ok(img_id)) {
-        return -1;
-    }
-    tee::SessionScope session;
-    if (!session.open()) {
-        return -1;
-    }
-    int left = 0;
-    const int rc = retried(PTA_DALU_CMD_FW_AUTH, img_id, img_flags, arg, size, left);
-    KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_AUTH rc = %x; retry left %d:10\n",
-                static_cast<unsigned>(rc), left);
-    return rc == 0 ? 0 : -1;
+    return retried("PTA_DALU_CMD_FW_AUTH", PTA_DALU_CMD_FW_AUTH, img_id, img_flags, arg, size) == 0
+               ? 0
+               : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int pta20_img_upload(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size) try {
-    if (!word_ok(img_id)) {
-        return -1;
-    }
-    tee::SessionScope session;
-    if (!session.open()) {
-        return -1;
-    }
-    int left = 0;
-    const int rc = retried(PTA_DALU_CMD_FW_UPLOAD, img_id, img_flags, arg, size, left);
-    KARST_DEBUG(IMAGE_API_FILE, "PTA_DALU_CMD_FW_UPLOAD rc = %x; retry left %d:10\n",
-                static_cast<unsigned>(rc), left);
-    return rc;
+    return retried("PTA_DALU_CMD_FW_UPLOAD", PTA_DALU_CMD_FW_UPLOAD, img_id, img_flags, arg, size);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -164,9 +161,7 @@ extern "C" int pta20_img_dump(uint32_t img_id, uint32_t img_flags, void *arg, ui
     if (!session.open()) {
         return -1;
     }
-    uintptr_t block[PTA20_ARGS_WORDS];
-    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
-    return pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 ? 0 : -1;
+    return command(PTA_DALU_CMD_FW_DUMP, img_id, img_flags, arg, size) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -182,9 +177,7 @@ extern "C" int pta20_img_delete(uint32_t img_id, uint32_t img_flags) try {
     if (!session.open()) {
         return -1;
     }
-    uintptr_t block[PTA20_ARGS_WORDS];
-    pta20_args(block, img_id, img_flags, 0, 0, 0, 0);
-    return pta_invoke_cmd(PTA_DALU_CMD_FW_DELETE, block) == 0 ? 0 : -1;
+    return command(PTA_DALU_CMD_FW_DELETE, img_id, img_flags, nullptr, 0) == 0 ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -197,20 +190,19 @@ extern "C" int pta20_img_update(uint32_t img_id, uint32_t img_flags, void *arg, 
     if (!session.open()) {
         return -1;
     }
-    const uint32_t base = img_type(img_id) << 8;
-    uintptr_t block[PTA20_ARGS_WORDS];
+    const uint32_t type = img_type(img_id);
     bool dumps_ok = true;
     // The device's current image goes into the backup and evidence slots' own files first.
     if (img_flags & IMG_FLAG_BACKUP) {
-        pta20_args(block, base | IMG_IDX_BACKUP, IMG_SRC_TABLE, 0, 0, size, 0);
-        dumps_ok = pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 && dumps_ok;
+        dumps_ok = command(PTA_DALU_CMD_FW_DUMP, IMG_ID(type, IMG_IDX_BACKUP), IMG_SRC_TABLE,
+                           nullptr, size) == 0;
     }
     if (img_flags & IMG_FLAG_EVIDENCE) {
-        pta20_args(block, base | IMG_IDX_EVIDENCE, IMG_SRC_TABLE, 0, 0, size, 0);
-        dumps_ok = pta_invoke_cmd(PTA_DALU_CMD_FW_DUMP, block) == 0 && dumps_ok;
+        dumps_ok = command(PTA_DALU_CMD_FW_DUMP, IMG_ID(type, IMG_IDX_EVIDENCE), IMG_SRC_TABLE,
+                           nullptr, size) == 0 &&
+                   dumps_ok;
     }
-    pta20_args(block, img_id, img_flags, 0, word(arg), size, 0);
-    const int rc = pta_invoke_cmd(PTA_DALU_CMD_FW_UPDATE, block);
+    const int rc = command(PTA_DALU_CMD_FW_UPDATE, img_id, img_flags, arg, size);
     return rc == 0 && dumps_ok ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
@@ -227,7 +219,7 @@ int karst::images::progress_message(uint32_t img_id, uint32_t mode) {
     const std::string path = platform_path(board_path);
     if (mode == 1) {
         const std::string command = "rm -f " + shell::quote(path);
-        shell::run(command);
+        shell::run(command); // mode 1 answers 0 whatever rm did: its failure is not reported
         KARST_DEBUG(IMAGE_API_FILE, "cmd: %s\n", command.c_str());
         return 0;
     }

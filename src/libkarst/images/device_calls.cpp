@@ -3,22 +3,16 @@
 #include "karst.h"
 
 #include "core/boundary.hpp"
-#include "core/log.hpp"
+#include "core/exchange.hpp"
 #include "core/session_scope.hpp"
-#include "core/shared_buffer.hpp"
 
 #include <cstring>
 
 using namespace karst;
 
 extern "C" int pta_invoke_fpga_ready(uint32_t cmd) try {
-    uint32_t origin = 0;
-    const TEEC_Result res = tee::invoke_without_operation(cmd, origin);
-    if (res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res);
-    }
-    return 0;
+    tee::Exchange tee;
+    return tee.invoke_bare(cmd) ? 0 : tee.code();
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

@@ -6,11 +6,11 @@
 
 #include "core/board_files.hpp"
 #include "core/boundary.hpp"
+#include "core/exchange.hpp"
 #include "core/file_handle.hpp"
 #include "core/log.hpp"
 #include "core/mapping.hpp"
 #include "core/run_root.hpp"
-#include "core/shared_buffer.hpp"
 
 #include <string>
 
@@ -25,56 +25,30 @@ bool dumpable(uint32_t type) {
            type == IMG_TYPE_NVBIOS;
 }
 
-} // namespace
-
-extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
-                                  uint32_t size) try {
-    const img_entry *pimg = image_slot(img_id);
-    if (!dumpable(img_type(img_id)) || pimg == nullptr || pimg->kind != IMG_KIND_FILE) {
-        return -1;
-    }
-    std::string destination;
-    const bool own_slot = (img_flags & IMG_SRC_MASK) == IMG_SRC_TABLE;
+// Where the dump goes: the slot's own file (source 0) or the caller's file arg (source 2).
+// False for any other source or a missing file name.
+bool destination_of(const img_entry &slot, uint32_t img_flags, const void *arg,
+                    std::string &destination) {
     switch (img_flags & IMG_SRC_MASK) {
     case IMG_SRC_TABLE:
-        destination = platform_path(pimg->path);
-        break;
+        destination = platform_path(slot.path);
+        return true;
     case IMG_SRC_FILE:
         if (arg == nullptr) {
-            return -1;
+            return false;
         }
         destination = static_cast<const char *>(arg);
-        break;
+        return true;
     default:
-        return -1;
+        return false;
     }
-    if (size == 0) {
-        size = pimg->size;
-    }
+}
 
-    // Anonymous pages rather than the heap: a 64 MiB flash image costs no heap buffer, and only
-    // the pages the secure world writes are ever backed.
-    Mapping buffer;
-    if (!buffer.map(-1, size, 0)) {
-        KARST_E("Failed to allocate buffer for flash dump\n");
-        return -1;
-    }
-    tee::SharedRegion region;
-    if (TEEC_Result res = region.share(buffer.data(), size, TEEC_MEM_OUTPUT); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
-        return -1;
-    }
-    tee::Operation op;
-    op.value(0, img_id, img_flags).whole(1, region);
-    uint32_t origin = 0;
-    if (TEEC_Result res = tee::invoke(PTA_DALU_CMD_FW_DUMP, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return static_cast<int>(res); // the destination stays as it was
-    }
-
-    // The slot's own file is made afresh (never written through what else is at its name); a
-    // caller's file is used as given.
-    board::Stream file = own_slot ? board::create_stream(pimg->path, "w+", KARST_SITE)
+// Writes the dumped image to its destination. The slot's own file is made afresh (never written
+// through what else is at its name); a caller's file is used as given. Reports at site.
+int write_dump(const img_entry &slot, bool own_slot, const std::string &destination,
+               const Mapping &image, uint32_t size, log::Site site) {
+    board::Stream file = own_slot ? board::create_stream(slot.path, "w+", site)
                                   : board::Stream{File::open(destination.c_str(), "w+")};
     if (!file.file) {
         if (file.reported()) {
@@ -83,11 +57,43 @@ extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags,
         KARST_PRINT("Failed to open file:%s\n", destination.c_str());
         return -1;
     }
-    if (std::fwrite(buffer.data(), size, 1, file.get()) != 1 || !file.file.close()) {
-        KARST_E("Failed to write file:%s\n", destination.c_str());
+    if (std::fwrite(image.data(), size, 1, file.get()) != 1 || !file.file.close()) {
+        KARST_E_AT(site, "Failed to write file:%s\n", destination.c_str());
         return -1;
     }
     return 0;
+}
+
+} // namespace
+
+extern "C" int pta_invoke_fw_dump(uint32_t, uint32_t img_id, uint32_t img_flags, void *arg,
+                                  uint32_t size) try {
+    const img_entry *pimg = image_slot(img_id);
+    std::string destination;
+    if (!dumpable(img_type(img_id)) || pimg == nullptr || pimg->kind != IMG_KIND_FILE ||
+        !destination_of(*pimg, img_flags, arg, destination)) {
+        return -1;
+    }
+    if (size == 0) {
+        size = pimg->size;
+    }
+    // Anonymous pages rather than the heap: a 64 MiB flash image costs no heap buffer, and only
+    // the pages the secure world writes are ever backed.
+    Mapping buffer;
+    tee::Exchange tee;
+    if (!buffer.map(-1, size, 0)) {
+        KARST_E("Failed to allocate buffer for flash dump\n");
+        return -1;
+    }
+    tee.value(0, img_id, img_flags);
+    if (!tee.share(1, buffer.data(), size, TEEC_MEM_OUTPUT)) {
+        return -1;
+    }
+    if (!tee.invoke(PTA_DALU_CMD_FW_DUMP)) {
+        return tee.code(); // the destination stays as it was
+    }
+    const bool own_slot = (img_flags & IMG_SRC_MASK) == IMG_SRC_TABLE;
+    return write_dump(*pimg, own_slot, destination, buffer, size, KARST_SITE);
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
@@ -98,14 +104,9 @@ extern "C" int pta_invoke_fw_delete(uint32_t, uint32_t img_id, uint32_t img_flag
     if (type > IMG_TYPE_CPLD || (index != IMG_IDX_STAGING && index != IMG_IDX_BACKUP)) {
         return -1;
     }
-    tee::Operation op;
-    op.value(0, img_id, img_flags);
-    uint32_t origin = 0;
-    if (TEEC_Result res = tee::invoke(PTA_DALU_CMD_FW_DELETE, op, origin); res != TEEC_SUCCESS) {
-        KARST_E("TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res, origin);
-        return -1;
-    }
-    return 0;
+    tee::Exchange tee;
+    tee.value(0, img_id, img_flags);
+    return tee.invoke(PTA_DALU_CMD_FW_DELETE) ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }

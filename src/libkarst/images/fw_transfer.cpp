@@ -6,17 +6,16 @@
 #include "image_table.hpp"
 
 #include "core/boundary.hpp"
-#include "core/log.hpp"
-#include "core/shared_buffer.hpp"
+#include "core/exchange.hpp"
 
 namespace {
 
 using namespace karst;
 using namespace karst::images;
 
-// One procedure for the three commands. func names the routine in messages; a failed invoke
+// One procedure for the three commands. routine names the routine in messages; a failed invoke
 // gives -1, or the TEE result code when pass_code is set.
-int send_image(const char *func, uint32_t command, bool pass_code, uint32_t img_id,
+int send_image(const char *routine, uint32_t command, bool pass_code, uint32_t img_id,
                uint32_t img_flags, void *arg, uint32_t size) {
     if (img_type(img_id) >= IMG_TYPE_COUNT) {
         return -1;
@@ -25,18 +24,13 @@ int send_image(const char *func, uint32_t command, bool pass_code, uint32_t img_
     if (!image) {
         return -1;
     }
-    tee::SharedRegion region; // released before the image goes
-    if (TEEC_Result res = region.share(image.data(), size, TEEC_MEM_INPUT); res != TEEC_SUCCESS) {
-        log::error(func, __LINE__, "TEEC_RegisterSharedMemory failed with code 0x%x\n", res);
+    tee::Exchange tee(routine); // its registration is released before the image goes
+    tee.value(0, img_id, img_flags);
+    if (!tee.share(1, image.data(), size, TEEC_MEM_INPUT)) {
         return -1;
     }
-    tee::Operation op;
-    op.value(0, img_id, img_flags).whole(1, region);
-    uint32_t origin = 0;
-    if (TEEC_Result res = tee::invoke(command, op, origin); res != TEEC_SUCCESS) {
-        log::error(func, __LINE__, "TEEC_InvokeCommand failed with code 0x%x origin 0x%x\n", res,
-                   origin);
-        return pass_code ? static_cast<int>(res) : -1;
+    if (!tee.invoke(command)) {
+        return pass_code ? tee.code() : -1;
     }
     return 0;
 }

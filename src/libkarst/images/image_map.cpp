@@ -19,30 +19,53 @@
 namespace karst::images {
 namespace {
 
+constexpr mode_t COPY_MODE = 0600;     // the extended copy is the library's alone
+constexpr size_t COPY_STEP = 1u << 20; // bytes asked of the kernel at a time
+constexpr size_t COPY_CHUNK = 16384;   // the buffer where the kernel copy is not offered
+
+// Writes the n bytes at chunk to out; false on a write error (errno tells).
+bool write_all(int out, const char *chunk, size_t n) {
+    for (size_t put = 0; put < n;) {
+        const ssize_t w = ::write(out, chunk + put, n - put);
+        if (w < 0 && errno == EINTR) {
+            continue;
+        }
+        if (w <= 0) {
+            errno = w == 0 ? EIO : errno;
+            return false;
+        }
+        put += static_cast<size_t>(w);
+    }
+    return true;
+}
+
+// Copies up to want bytes from in to out through a small buffer: the bytes copied, 0 at the
+// source's end, -1 on a read or write error.
+ssize_t copy_through_buffer(int in, int out, size_t want) {
+    char chunk[COPY_CHUNK];
+    const ssize_t n = ::read(in, chunk, std::min(want, sizeof chunk));
+    if (n > 0 && !write_all(out, chunk, static_cast<size_t>(n))) {
+        return -1;
+    }
+    return n;
+}
+
+// Whether copy_file_range failed only because it is not offered for these files.
+bool kernel_copy_unavailable(int error) {
+    return error == ENOSYS || error == EXDEV || error == EINVAL || error == EOPNOTSUPP;
+}
+
 // Copies up to length bytes from in to out; false on a read or write error.
 bool copy_prefix(int in, int out, uint64_t length) {
     bool kernel_copy = true;
     uint64_t done = 0;
     while (done < length) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, 1u << 20));
-        ssize_t n = -1;
-        if (kernel_copy) {
-            n = ::copy_file_range(in, nullptr, out, nullptr, want, 0);
-            if (n < 0 &&
-                (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP)) {
-                kernel_copy = false; // not offered here: copy through a small buffer
-                continue;
-            }
-        } else {
-            char chunk[16384];
-            n = ::read(in, chunk, std::min(want, sizeof chunk));
-            for (ssize_t put = 0; n > 0 && put < n;) {
-                const ssize_t w = ::write(out, chunk + put, static_cast<size_t>(n - put));
-                if (w <= 0) {
-                    return false;
-                }
-                put += w;
-            }
+        const auto want = static_cast<size_t>(std::min<uint64_t>(length - done, COPY_STEP));
+        const ssize_t n = kernel_copy ? ::copy_file_range(in, nullptr, out, nullptr, want, 0)
+                                      : copy_through_buffer(in, out, want);
+        if (n < 0 && kernel_copy && kernel_copy_unavailable(errno)) {
+            kernel_copy = false; // not offered here: copy through a small buffer
+            continue;
         }
         if (n < 0) {
             if (errno == EINTR) {
@@ -67,7 +90,7 @@ Fd make_extended_copy(std::string_view source, const std::string &copy) {
     if (!in) {
         return {};
     }
-    board::Opened out = board::create_file(paths::EXTENDED_BUFFER, 0600, O_RDWR, KARST_SITE);
+    board::Opened out = board::create_file(paths::EXTENDED_BUFFER, COPY_MODE, O_RDWR, KARST_SITE);
     if (!out) {
         return {};
     }
@@ -89,6 +112,98 @@ bool file_end(int fd, uint64_t &end) {
     return true;
 }
 
+// Where a slot's image is read from (all sources but the caller's buffer).
+struct Source {
+    std::string name;            // the file as opened and printed
+    std::string_view board_path; // set for the board's own files, which are opened checked
+    bool extended = false;       // the extended copy of the slot's file
+};
+
+// The file of source (img_flags bits 2..0) for slot; false when there is none. The extended copy
+// sets size to its length.
+bool source_of(const img_entry &slot, uint32_t source, const void *arg, uint32_t &size,
+               Source &from) {
+    switch (source) {
+    case IMG_SRC_TABLE:
+        if (slot.kind == IMG_KIND_MMC) {
+            from.board_path = paths::MMC_PARTITION;
+        } else if (slot.kind == IMG_KIND_FILE) {
+            from.board_path = slot.path;
+        }
+        from.name = platform_path(from.board_path);
+        return !from.board_path.empty();
+    case IMG_SRC_FILE:
+        if (arg != nullptr) {
+            from.name = static_cast<const char *>(arg);
+        }
+        return !from.name.empty();
+    case IMG_SRC_EXTENDED:
+        if (slot.kind != IMG_KIND_FILE) {
+            return false;
+        }
+        from.name = platform_path(paths::EXTENDED_BUFFER);
+        size = EXTENDED_SIZE;
+        from.extended = true;
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Opens the source: the extended copy made afresh, a caller's file as given, a board file
+// through its checks (refusals reported at site).
+Fd open_source(const img_entry &slot, const Source &from, log::Site site) {
+    if (from.extended) {
+        return make_extended_copy(slot.path, from.name);
+    }
+    if (from.board_path.empty()) {
+        return Fd(fd_open(from.name.c_str(), O_RDONLY));
+    }
+    return std::move(
+        board::open_file(from.board_path, O_RDONLY, site, board::Kind::regular_or_device).fd);
+}
+
+// The part of the open source to map: offset and size (in/out) for an eMMC region, the whole
+// file for a file slot. False when it cannot be mapped; a file above the slot's limit is reported
+// at site.
+bool extent_of(const img_entry &slot, int fd, const std::string &name, uint32_t &size,
+               off_t &offset, log::Site site) {
+    if (slot.kind == IMG_KIND_MMC) {
+        if (size == 0) {
+            size = slot.size;
+        }
+        offset = static_cast<off_t>(slot.offset);
+        // Never map past the end of the partition or file: those pages could not be read.
+        uint64_t end = 0;
+        return file_end(fd, end) && uint64_t{slot.offset} + size <= end;
+    }
+    if (slot.kind != IMG_KIND_FILE) {
+        return false;
+    }
+    struct stat file_stat {};
+    if (::fstat(fd, &file_stat) != 0 || file_stat.st_size < 0) {
+        return false;
+    }
+    const auto file_size = static_cast<uint64_t>(file_stat.st_size);
+    if (file_size > slot.size) {
+        KARST_E_AT(site, "Mmap %s failed because of file_stat.st_size(%llx) > pimg->size(%x)\n",
+                   name.c_str(), static_cast<unsigned long long>(file_size), slot.size);
+        return false;
+    }
+    size = static_cast<uint32_t>(file_size);
+    return true;
+}
+
+// Removes the extended copy's name when the mapping is done with it, however that turns out.
+struct Unlinker {
+    const std::string *path;
+    ~Unlinker() {
+        if (path != nullptr) {
+            ::unlink(path->c_str());
+        }
+    }
+};
+
 } // namespace
 
 MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t *size) {
@@ -97,20 +212,7 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
         return {};
     }
     const uint32_t source = img_flags & IMG_SRC_MASK;
-
-    std::string name;
-    std::string_view board_path; // set for the board's own files, which are opened checked
-    bool extended = false;
-    switch (source) {
-    case IMG_SRC_TABLE:
-        if (pimg->kind == IMG_KIND_MMC) {
-            board_path = paths::MMC_PARTITION;
-        } else if (pimg->kind == IMG_KIND_FILE) {
-            board_path = pimg->path;
-        }
-        name = platform_path(board_path);
-        break;
-    case IMG_SRC_BUFFER:
+    if (source == IMG_SRC_BUFFER) {
         if (arg == nullptr) {
             return {};
         }
@@ -118,76 +220,23 @@ MappedImage pta_mmap_img(uint32_t img_id, uint32_t img_flags, void *arg, uint32_
             *size = pimg->size;
         }
         return MappedImage::borrowed(arg);
-    case IMG_SRC_FILE:
-        if (arg != nullptr) {
-            name = static_cast<const char *>(arg);
-        }
-        break;
-    case IMG_SRC_EXTENDED:
-        if (pimg->kind != IMG_KIND_FILE) {
-            return {};
-        }
-        name = platform_path(paths::EXTENDED_BUFFER);
-        *size = EXTENDED_SIZE;
-        extended = true;
-        break;
-    default:
+    }
+    Source from;
+    if (!source_of(*pimg, source, arg, *size, from)) {
         return {};
     }
-    if (name.empty() || (source == IMG_SRC_TABLE && board_path.empty())) {
-        return {};
-    }
-
-    Fd fd = extended             ? make_extended_copy(pimg->path, name)
-            : board_path.empty() ? Fd(fd_open(name.c_str(), O_RDONLY))
-                                 : std::move(board::open_file(board_path, O_RDONLY, KARST_SITE,
-                                                              board::Kind::regular_or_device)
-                                                 .fd);
+    const Fd fd = open_source(*pimg, from, KARST_SITE);
     if (!fd) {
         return {};
     }
-    // The copy is private to this mapping: its name goes however the mapping turns out.
-    struct Unlinker {
-        const std::string *path;
-        ~Unlinker() {
-            if (path != nullptr) {
-                ::unlink(path->c_str());
-            }
-        }
-    } unlink_copy{extended ? &name : nullptr};
-
+    const Unlinker unlink_copy{from.extended ? &from.name : nullptr};
     off_t offset = 0;
-    if (pimg->kind == IMG_KIND_MMC) {
-        if (*size == 0) {
-            *size = pimg->size;
-        }
-        offset = static_cast<off_t>(pimg->offset);
-        // Never map past the end of the partition or file: those pages could not be read.
-        uint64_t end = 0;
-        if (!file_end(fd.get(), end) || uint64_t{pimg->offset} + *size > end) {
-            return {};
-        }
-    } else if (pimg->kind == IMG_KIND_FILE) {
-        struct stat file_stat {};
-        if (::fstat(fd.get(), &file_stat) != 0 || file_stat.st_size < 0) {
-            return {};
-        }
-        const auto file_size = static_cast<uint64_t>(file_stat.st_size);
-        if (file_size > pimg->size) {
-            KARST_E("Mmap %s failed because of file_stat.st_size(%llx) > pimg->size(%x)\n",
-                    name.c_str(), static_cast<unsigned long long>(file_size), pimg->size);
-            return {};
-        }
-        *size = static_cast<uint32_t>(file_size);
-    } else {
-        return {};
-    }
-
     Mapping mapping;
-    if (!mapping.map(fd.get(), *size, offset)) {
+    if (!extent_of(*pimg, fd.get(), from.name, *size, offset, KARST_SITE) ||
+        !mapping.map(fd.get(), *size, offset)) {
         return {};
     }
-    KARST_I("mapping %s, size 0x%x, offset 0x%llx success\n", name.c_str(), *size,
+    KARST_I("mapping %s, size 0x%x, offset 0x%llx success\n", from.name.c_str(), *size,
             static_cast<unsigned long long>(offset));
     return MappedImage::owned(std::move(mapping));
 }

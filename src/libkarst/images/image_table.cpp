@@ -29,7 +29,7 @@ constexpr uint32_t KIB_256 = 0x40000;
 constexpr uint32_t SCMFPGA_SIZE = 0xA8000;
 constexpr uint32_t PDBFPGA_SIZE = 0x24000;
 
-constexpr Table bmc = {
+constexpr Table BMC_SLOTS = {
     active(2, 3, MIB_64),
     file("/nv1/bmc_staging.bin", MIB_64),
     file("/nv1/bmc_backup.bin", MIB_64),
@@ -37,7 +37,7 @@ constexpr Table bmc = {
     file("/nv1/bmc_evidence.bin", MIB_64),
 };
 
-constexpr Table bios = {
+constexpr Table BIOS_SLOTS = {
     active(1, 1, MIB_64),
     file("/nv1/bios_staging.bin", MIB_64),
     file("/nv1/bios_backup.bin", MIB_64),
@@ -48,7 +48,7 @@ constexpr Table bios = {
     file("/nv1/bios_golden_st.bin", MIB_64),
 };
 
-constexpr Table cpld = {
+constexpr Table CPLD_SLOTS = {
     active(1, 2, KIB_256),
     file("/nv1/cpld_staging.bin", KIB_256),
     file("/nv1/cpld_backup.bin", KIB_256),
@@ -60,7 +60,7 @@ constexpr Table cpld = {
 };
 
 // The staging file of the backplane CPLD may be as large as a 64 MiB image.
-constexpr Table bpncpld = {
+constexpr Table BPNCPLD_SLOTS = {
     active(0, 2, KIB_256),
     file("/nv1/bpncpld_staging.bin", MIB_64),
     file("/nv1/bpncpld_backup.bin", KIB_256),
@@ -68,7 +68,7 @@ constexpr Table bpncpld = {
     file("/nv1/bpncpld_evidence.bin", KIB_256),
 };
 
-constexpr Table nvfpga = {
+constexpr Table NVFPGA_SLOTS = {
     active(0, 2, MIB_16),
     file("/nv1/nvfpga_staging.bin", MIB_16),
     file("/nv1/nvfpga_backup.bin", MIB_16),
@@ -76,7 +76,7 @@ constexpr Table nvfpga = {
     file("/nv1/nvfpga_evidence.bin", MIB_16),
 };
 
-constexpr Table nvbios = {
+constexpr Table NVBIOS_SLOTS = {
     active(0, 2, MIB_32),
     file("/nv1/nvbios_staging.bin", MIB_32),
     file("/nv1/nvbios_backup.bin", MIB_32),
@@ -84,7 +84,7 @@ constexpr Table nvbios = {
     file("/nv1/nvbios_evidence.bin", MIB_32),
 };
 
-constexpr Table scmfpga = {
+constexpr Table SCMFPGA_SLOTS = {
     active(1, 2, SCMFPGA_SIZE),
     file("/nv1/scmfpga_staging.bin", SCMFPGA_SIZE),
     file("/nv1/scmfpga_backup.bin", SCMFPGA_SIZE),
@@ -95,7 +95,7 @@ constexpr Table scmfpga = {
     file("/nv1/scmfpga_golden_st.bin", SCMFPGA_SIZE),
 };
 
-constexpr Table pdbfpga = {
+constexpr Table PDBFPGA_SLOTS = {
     active(0, 2, PDBFPGA_SIZE),
     file("/nv1/pdbfpga_staging.bin", PDBFPGA_SIZE),
     file("/nv1/pdbfpga_backup.bin", PDBFPGA_SIZE),
@@ -103,7 +103,7 @@ constexpr Table pdbfpga = {
     file("/nv1/pdbfpga_evidence.bin", PDBFPGA_SIZE),
 };
 
-constexpr Table erotmcu = {
+constexpr Table EROTMCU_SLOTS = {
     active(1, 2, KIB_256),
     file("/nv1/erotmcu_staging.bin", KIB_256),
     file("/nv1/erotmcu_backup.bin", KIB_256),
@@ -116,15 +116,15 @@ constexpr Table erotmcu = {
 
 constexpr std::array<const Table *, IMG_TYPE_COUNT> img_tables = [] {
     std::array<const Table *, IMG_TYPE_COUNT> t{};
-    t[IMG_TYPE_BMC] = &bmc;
-    t[IMG_TYPE_BIOS] = &bios;
-    t[IMG_TYPE_CPLD] = &cpld;
-    t[IMG_TYPE_BPNCPLD] = &bpncpld;
-    t[IMG_TYPE_NVFPGA] = &nvfpga;
-    t[IMG_TYPE_NVBIOS] = &nvbios;
-    t[IMG_TYPE_SCMFPGA] = &scmfpga;
-    t[IMG_TYPE_PDBFPGA] = &pdbfpga;
-    t[IMG_TYPE_EROTMCU] = &erotmcu;
+    t[IMG_TYPE_BMC] = &BMC_SLOTS;
+    t[IMG_TYPE_BIOS] = &BIOS_SLOTS;
+    t[IMG_TYPE_CPLD] = &CPLD_SLOTS;
+    t[IMG_TYPE_BPNCPLD] = &BPNCPLD_SLOTS;
+    t[IMG_TYPE_NVFPGA] = &NVFPGA_SLOTS;
+    t[IMG_TYPE_NVBIOS] = &NVBIOS_SLOTS;
+    t[IMG_TYPE_SCMFPGA] = &SCMFPGA_SLOTS;
+    t[IMG_TYPE_PDBFPGA] = &PDBFPGA_SLOTS;
+    t[IMG_TYPE_EROTMCU] = &EROTMCU_SLOTS;
     return t;
 }();
 

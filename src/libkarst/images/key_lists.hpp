@@ -8,7 +8,8 @@
 namespace karst::images {
 
 constexpr uint32_t KEY_LIST_TYPES = 22;
-constexpr uint32_t KEY_LIST_MAX = 8; // the key name list has room for eight flags bytes
+constexpr uint32_t KEY_LIST_MAX = 8;    // the key name list has room for eight flags bytes
+constexpr uint8_t KEY_FLAG_FILE = 0x01; // a record's flags bit 0: a key file to send
 
 struct img_key_entry {
     uint8_t flags;    // bit 0: a key file to send; bits 1 and 3..2 go into the key's name
