@@ -204,7 +204,7 @@ bool program_device(uint32_t type, std::span<const uint8_t> image,
 namespace {
 
 std::string copy_key(uint32_t img_id) {
-    return std::to_string((img_id >> 8) & 0xFF) + "-" + std::to_string(img_id & 0xFF);
+    return std::to_string(image_type(img_id)) + "-" + std::to_string(image_slot(img_id));
 }
 
 } // namespace

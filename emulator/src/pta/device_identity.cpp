@@ -1,6 +1,7 @@
 #include "device_identity.hpp"
 
 #include "../state_dir.hpp"
+#include "byte_order.hpp"
 
 #include <fstream>
 #include <memory>
@@ -256,9 +257,7 @@ std::vector<std::vector<uint8_t>> chain_certificates() {
             if (k > 3 || off + 2 + k > stored.size()) {
                 break;
             }
-            for (size_t i = 0; i < k; ++i) {
-                len = (len << 8) | p[off + 2 + i];
-            }
+            len = load_be(p + off + 2, k);
             head += k;
         }
         if (off + head + len > stored.size()) {

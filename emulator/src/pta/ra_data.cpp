@@ -1,5 +1,6 @@
 #include "ra_data.hpp"
 
+#include "byte_order.hpp"
 #include "device_identity.hpp"
 
 #include <cstdio>
@@ -34,10 +35,7 @@ size_t der_length(std::span<const uint8_t> bytes) {
     if (k == 0 || k > 2 || bytes.size() < 2 + k) {
         return 0;
     }
-    size_t len = 0;
-    for (size_t i = 0; i < k; ++i) {
-        len = (len << 8) | bytes[2 + i];
-    }
+    const size_t len = load_be(&bytes[2], k);
     return 2 + k + len <= bytes.size() ? 2 + k + len : 0;
 }
 
