@@ -27,8 +27,6 @@ constexpr uint32_t image_type(uint32_t img_id) {
 constexpr uint32_t image_slot(uint32_t img_id) {
     return img_id & 0xFF;
 }
-// The last slot a copy may be uploaded to.
-constexpr uint32_t LAST_UPLOAD_SLOT = 14;
 
 // The device of an image type, or null.
 const DeviceInfo *device_info(uint32_t type);

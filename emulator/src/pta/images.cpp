@@ -4,6 +4,7 @@
 #include "byte_order.hpp"
 #include "datablk_reader.hpp"
 #include "image_model.hpp"
+#include "karst.h"
 #include "progress_writer.hpp"
 
 #include "../state_dir.hpp"
@@ -92,7 +93,7 @@ TEEC_Result image_upload(Params &params) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     const uint32_t img_id = params[0].value.a;
-    if (device_info(image_type(img_id)) == nullptr || image_slot(img_id) > LAST_UPLOAD_SLOT) {
+    if (device_info(image_type(img_id)) == nullptr || image_slot(img_id) >= IMG_IDX_COUNT) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     return store_copy(img_id, image_of(params, 1)) ? TEEC_SUCCESS
