@@ -29,9 +29,9 @@ void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
     read->add_option("register", opts->reg, "Register number (0x for hexadecimal)")->required();
     read->callback([opts] {
         std::string text = opts->reg;
-        Session session;
-        check_call(pta_invoke_cpld_regr(PTA_DALU_CMD_CPLD_REGR, text.data()),
-                   "pta_invoke_cpld_regr");
+        check_call(
+            in_session([&] { return pta_invoke_cpld_regr(PTA_DALU_CMD_CPLD_REGR, text.data()); }),
+            "pta_invoke_cpld_regr");
     });
     CLI::App *write =
         add_command(*cpld, "write", "Write a register", "  karstctl cpld write 0x21 0x5a\n");
@@ -42,9 +42,9 @@ void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
             throw CLI::ValidationError("register", "must not contain '='");
         }
         std::string text = opts->reg + "=" + opts->value;
-        Session session;
-        check_call(pta_invoke_cpld_regw(PTA_DALU_CMD_CPLD_REGW, text.data()),
-                   "pta_invoke_cpld_regw");
+        check_call(
+            in_session([&] { return pta_invoke_cpld_regw(PTA_DALU_CMD_CPLD_REGW, text.data()); }),
+            "pta_invoke_cpld_regw");
     });
 }
 

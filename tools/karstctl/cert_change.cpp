@@ -21,11 +21,10 @@ struct CertChangeOptions {
 
 // The replacement through the dispatcher: word 0 the index, word 1 the option, word 4 the file.
 int replace(uint32_t command, const CertChangeOptions &opts) {
-    Session session;
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, opts.index, opts.option, 0, reinterpret_cast<uintptr_t>(opts.file.c_str()), 0,
                0);
-    return pta_invoke_cmd(command, block);
+    return in_session([&] { return pta_invoke_cmd(command, block); });
 }
 
 void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
@@ -88,14 +87,12 @@ void add_auth(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
         ->required()
         ->check(CLI::ExistingFile);
     auth->callback([opts] {
-        int result = 0;
-        {
-            Session session;
-            result = pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
-                                           opts->second.c_str());
-        }
+        const int result = in_session([&] {
+            return pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
+                                         opts->second.c_str());
+        });
         if (result == 1) {
-            fail(CALL_FAILED, "the secure world refused the certificate");
+            fail(Status::call_failed, "the secure world refused the certificate");
         }
         check_call(result, "pta_invoke_auth_certs");
         std::printf("accepted\n");

@@ -156,7 +156,7 @@ void add_update(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
         AsyncUpdate job{image_word(*opts), s.flags, s.arg, s.size, s.size, opts->type_text};
         // type_text holds the type's number once the names are transformed
         const int status = run_async_update(job);
-        if (status != OK) {
+        if (status != Status::ok) {
             throw CLI::RuntimeError(status);
         }
     });
@@ -177,11 +177,7 @@ void add_dump_delete(CLI::App &image, const std::shared_ptr<ImageOptions> &opts)
         const uint32_t word = image_word(*opts);
         if (word == IMG_ID(IMG_TYPE_BMC, IMG_IDX_ACTIVE)) {
             check_call(pta20_img_dump(word, IMG_SRC_TABLE, nullptr, 0), "pta20_img_dump");
-            const std::string copy = board_path("/tmp/fw_image");
-            std::printf("%s\n", copy.c_str());
-            if (!opts->output.empty()) {
-                copy_board_file("/tmp/fw_image", opts->output);
-            }
+            print_board_path(karst::paths::FW_IMAGE, opts->output);
             return;
         }
         if (opts->output.empty()) {
@@ -213,7 +209,7 @@ void add_progress(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
         parse_type(*opts);
         const int result = pta20_img_updmsg(image_word(*opts), opts->clear ? 1 : 0);
         if (result < 0) {
-            fail(CALL_FAILED, "no progress for " + opts->type_text);
+            fail(Status::call_failed, "no progress for " + opts->type_text);
         }
         if (!opts->clear) {
             std::printf("%d%%\n", result);
