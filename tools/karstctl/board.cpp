@@ -53,9 +53,7 @@ void add_sigtbl(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
                                    "Decode and print the signature table at the start of a "
                                    "signed image file",
                                    "  karstctl sigtbl bios.bin\n");
-    sigtbl->add_option("file", opts->file, "Signed image (its first 408 bytes are read)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*sigtbl, "file", opts->file, "Signed image (its first 408 bytes are read)");
     sigtbl->callback([opts] {
         const std::vector<uint8_t> bytes = read_input(opts->file);
         uint32_t table[SIGTBL_MAX_BYTES / 4] = {0};

@@ -102,6 +102,11 @@ CLI::App *add_command(CLI::App &parent, const std::string &name, const std::stri
     return command;
 }
 
+CLI::Option *add_input_file(CLI::App &command, const std::string &name, std::string &path,
+                            const std::string &description) {
+    return command.add_option(name, path, description)->required()->check(CLI::ExistingFile);
+}
+
 uint32_t parse_number(const std::string &text, const char *what) {
     errno = 0;
     char *end = nullptr;

@@ -58,6 +58,10 @@ template <typename Call> auto in_session(const Call &call) {
 CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &description,
                       const std::string &examples);
 
+// A required positional that names an existing file.
+CLI::Option *add_input_file(CLI::App &command, const std::string &name, std::string &path,
+                            const std::string &description);
+
 // Unsigned numbers in decimal or 0x hexadecimal, for options and positionals.
 uint32_t parse_number(const std::string &text, const char *what);
 

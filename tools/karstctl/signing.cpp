@@ -28,9 +28,7 @@ void add_sign(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
                                  "the signature goes to FILE.sig",
                                  "  karstctl sign report.txt\n"
                                  "  karstctl sign report.txt -o report.sig\n");
-    sign->add_option("file", opts->data, "File to sign (path of at most 59 characters)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*sign, "file", opts->data, "File to sign (path of at most 59 characters)");
     sign->add_option("-o,--output", opts->output, "Also copy the signature to this file");
     sign->add_option("--option", opts->option, "Option word passed to the secure world");
     sign->callback([opts] {
@@ -57,10 +55,8 @@ void add_verify(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
                                    "Check a signature of a file by the device key: prints "
                                    "valid (status 0) or invalid (status 1)",
                                    "  karstctl verify report.txt report.txt.sig\n");
-    verify->add_option("file", opts->data, "Signed file")->required()->check(CLI::ExistingFile);
-    verify->add_option("signature", opts->signature, "Signature (DER)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*verify, "file", opts->data, "Signed file");
+    add_input_file(*verify, "signature", opts->signature, "Signature (DER)");
     verify->callback([opts] {
         if (opts->data.find(':') != std::string::npos) {
             fail(Status::file_failed, "the signed file's path must not contain ':'");
