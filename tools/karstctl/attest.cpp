@@ -92,10 +92,9 @@ void add_ra_refresh(CLI::App &attest, const std::shared_ptr<AttestOptions> &opts
 void add_attest(CLI::App &app) {
     auto opts = std::make_shared<AttestOptions>();
     CLI::App *attest =
-        add_command(app, "attest", "Attestation: dump, data blocks, provisioning, RA refresh",
-                    "  karstctl attest dump nonce-0001\n"
-                    "  karstctl attest prov-query 1\n");
-    attest->require_subcommand(1);
+        add_group(app, "attest", "Attestation: dump, data blocks, provisioning, RA refresh",
+                  "  karstctl attest dump nonce-0001\n"
+                  "  karstctl attest prov-query 1\n");
     add_dump(*attest, opts);
     add_blk_get(*attest, opts);
     add_prov_query(*attest, opts);

@@ -20,10 +20,9 @@ struct BoardOptions {
 };
 
 void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
-    CLI::App *cpld = add_command(app, "cpld", "Read and write CPLD registers (8-bit)",
-                                 "  karstctl cpld read 0x00\n"
-                                 "  karstctl cpld write 0x21 0x5a\n");
-    cpld->require_subcommand(1);
+    CLI::App *cpld = add_group(app, "cpld", "Read and write CPLD registers (8-bit)",
+                               "  karstctl cpld read 0x00\n"
+                               "  karstctl cpld write 0x21 0x5a\n");
     CLI::App *read = add_command(*cpld, "read", "Print a register: Read CPLD Reg[RR] = VV",
                                  "  karstctl cpld read 0x00\n");
     read->add_option("register", opts->reg, "Register number (0x for hexadecimal)")->required();

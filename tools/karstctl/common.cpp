@@ -102,6 +102,13 @@ CLI::App *add_command(CLI::App &parent, const std::string &name, const std::stri
     return command;
 }
 
+CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &description,
+                    const std::string &examples) {
+    CLI::App *group = add_command(parent, name, description, examples);
+    group->require_subcommand(1);
+    return group;
+}
+
 CLI::Option *add_input_file(CLI::App &command, const std::string &name, std::string &path,
                             const std::string &description) {
     return command.add_option(name, path, description)->required()->check(CLI::ExistingFile);

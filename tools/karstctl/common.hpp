@@ -62,6 +62,10 @@ CLI::App *add_command(CLI::App &parent, const std::string &name, const std::stri
 CLI::Option *add_input_file(CLI::App &command, const std::string &name, std::string &path,
                             const std::string &description);
 
+// A command whose sub-commands do the work: one of them is required.
+CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &description,
+                    const std::string &examples);
+
 // Unsigned numbers in decimal or 0x hexadecimal, for options and positionals.
 uint32_t parse_number(const std::string &text, const char *what);
 

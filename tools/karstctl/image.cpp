@@ -234,11 +234,10 @@ void add_progress(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
 void add_image(CLI::App &app) {
     auto opts = std::make_shared<ImageOptions>();
     CLI::App *image =
-        add_command(app, "image", "Firmware images: auth, upload, update, dump, delete, progress",
-                    "  karstctl image upload bios staging --file bios.bin\n"
-                    "  karstctl image update bios staging --async\n"
-                    "  karstctl image dump bmc active -o bmc.bin\n");
-    image->require_subcommand(1);
+        add_group(app, "image", "Firmware images: auth, upload, update, dump, delete, progress",
+                  "  karstctl image upload bios staging --file bios.bin\n"
+                  "  karstctl image update bios staging --async\n"
+                  "  karstctl image dump bmc active -o bmc.bin\n");
     add_transfers(*image, opts);
     add_update(*image, opts);
     add_dump_delete(*image, opts);

@@ -109,10 +109,9 @@ void add_getsn(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
 
 void add_otp(CLI::App &app) {
     auto opts = std::make_shared<OtpOptions>();
-    CLI::App *otp = add_command(app, "otp", "OTP keys, the OTP user area, the board serial number",
-                                "  karstctl otp getsn\n"
-                                "  karstctl otp getkey 0x03 -o key3.bin\n");
-    otp->require_subcommand(1);
+    CLI::App *otp = add_group(app, "otp", "OTP keys, the OTP user area, the board serial number",
+                              "  karstctl otp getsn\n"
+                              "  karstctl otp getkey 0x03 -o key3.bin\n");
     add_getkey(*otp, opts);
     add_prog_usr(*otp, opts);
     add_getsn(*otp, opts);
