@@ -105,40 +105,28 @@ void parse_type(ImageOptions &opts) {
     opts.type = parse_number(opts.type_text, "type");
 }
 
-// The commands that hand an image to one call of the library: auth and upload.
-struct Transfer {
-    const char *name;
-    const char *description;
-    const char *examples;
-    bool slot_required;
-    int (*call)(uint32_t img_id, uint32_t img_flags, void *arg, uint32_t size);
-    const char *call_name;
-};
-
-const Transfer TRANSFERS[] = {
-    {"auth", "Authenticate an image",
-     "  karstctl image auth bios staging\n"
-     "  karstctl image auth bios --file bios.bin\n",
-     false, pta20_img_auth, "pta20_img_auth"},
-    {"upload", "Upload an image to a slot",
-     "  karstctl image upload bios staging --file bios.bin\n"
-     "  karstctl image upload 1 1 --buffer bios.bin\n",
-     true, pta20_img_upload, "pta20_img_upload"},
-};
+// Hands the chosen image to one of the library's image calls.
+void send_image(ImageOptions &opts, int (*call)(uint32_t, uint32_t, void *, uint32_t),
+                const char *call_name) {
+    parse_type(opts);
+    const Source s = source_of(opts);
+    check_call(call(image_word(opts), s.flags, s.arg, s.size), call_name);
+}
 
 void add_transfers(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
-    for (const Transfer &transfer : TRANSFERS) {
-        CLI::App *command =
-            add_command(image, transfer.name, transfer.description, transfer.examples);
-        add_type_and_slot(*command, *opts, transfer.slot_required);
-        add_source(*command, *opts);
-        command->callback([opts, &transfer] {
-            parse_type(*opts);
-            const Source s = source_of(*opts);
-            check_call(transfer.call(image_word(*opts), s.flags, s.arg, s.size),
-                       transfer.call_name);
-        });
-    }
+    CLI::App *auth = add_command(image, "auth", "Authenticate an image",
+                                 "  karstctl image auth bios staging\n"
+                                 "  karstctl image auth bios --file bios.bin\n");
+    add_type_and_slot(*auth, *opts, false);
+    add_source(*auth, *opts);
+    auth->callback([opts] { send_image(*opts, pta20_img_auth, "pta20_img_auth"); });
+
+    CLI::App *upload = add_command(image, "upload", "Upload an image to a slot",
+                                   "  karstctl image upload bios staging --file bios.bin\n"
+                                   "  karstctl image upload 1 1 --buffer bios.bin\n");
+    add_type_and_slot(*upload, *opts, true);
+    add_source(*upload, *opts);
+    upload->callback([opts] { send_image(*opts, pta20_img_upload, "pta20_img_upload"); });
 }
 
 void add_update(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
