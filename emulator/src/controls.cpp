@@ -16,6 +16,9 @@
 namespace karst::emu {
 namespace {
 
+// Input bytes a journal entry keeps of each memory reference, until a test sets another limit.
+constexpr size_t DEFAULT_INPUT_LIMIT = size_t{1} << 20; // 1 MiB
+
 struct Bookkeeping {
     std::mutex mutex;
     bool env_read = false;
@@ -25,7 +28,7 @@ struct Bookkeeping {
     std::set<const TEEC_Session *> sessions;
     std::map<const TEEC_SharedMemory *, Registration> memory;
     std::deque<JournalEntry> journal; // deque: records handed out stay where they are
-    size_t input_limit = 1u << 20;
+    size_t input_limit = DEFAULT_INPUT_LIMIT;
 };
 
 Bookkeeping &book() {

@@ -6,6 +6,11 @@
 #include <sys/stat.h>
 
 namespace karst::emu {
+namespace {
+
+constexpr mode_t TOOL_MODE = 0755;
+
+} // namespace
 
 bool install_reedata_tool(const std::string &base) {
     const std::string path = base + "/usr/bin/reedata_tool.sh";
@@ -15,7 +20,7 @@ bool install_reedata_tool(const std::string &base) {
     }
     const size_t n = sizeof REEDATA_TOOL_SCRIPT - 1;
     const bool written = std::fwrite(REEDATA_TOOL_SCRIPT, 1, n, f) == n;
-    return (std::fclose(f) == 0) && written && ::chmod(path.c_str(), 0755) == 0;
+    return (std::fclose(f) == 0) && written && ::chmod(path.c_str(), TOOL_MODE) == 0;
 }
 
 } // namespace karst::emu

@@ -10,6 +10,15 @@
 #include <sys/stat.h>
 
 namespace karst::emu {
+namespace {
+
+// Directories are made as mkdir -p makes them: all permissions, less the umask.
+constexpr mode_t DIRECTORY_MODE = 0777;
+// The run root's /tmp, as on a board: every user may make files in it, and only remove their
+// own (sticky, all permissions).
+constexpr mode_t SHARED_TMP_MODE = 01777;
+
+} // namespace
 
 std::string run_root() {
     const char *root = std::getenv("KARST_ROOT");
@@ -24,7 +33,7 @@ bool make_dirs(const std::string &path) {
     for (size_t pos = 1; pos <= path.size(); ++pos) {
         if (pos == path.size() || path[pos] == '/') {
             const std::string part = path.substr(0, pos);
-            if (::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
+            if (::mkdir(part.c_str(), DIRECTORY_MODE) != 0 && errno != EEXIST) {
                 return false;
             }
         }
@@ -54,8 +63,7 @@ extern "C" int karst_emu_setup(const char *root) {
             return -1;
         }
     }
-    // As on a board: every user may make files in /tmp, and only remove their own.
-    if (::chmod((base + "/tmp").c_str(), 01777) != 0) {
+    if (::chmod((base + "/tmp").c_str(), karst::emu::SHARED_TMP_MODE) != 0) {
         return -1;
     }
     if (!karst::emu::install_reedata_tool(base)) {

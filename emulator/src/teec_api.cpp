@@ -190,36 +190,36 @@ void TEEC_FinalizeContext(TEEC_Context *context) {
 
 TEEC_Result TEEC_OpenSession(TEEC_Context *context, TEEC_Session *session,
                              const TEEC_UUID *destination, uint32_t, const void *, TEEC_Operation *,
-                             uint32_t *returnOrigin) {
-    set_origin(returnOrigin, TEEC_ORIGIN_API);
+                             uint32_t *return_origin) {
+    set_origin(return_origin, TEEC_ORIGIN_API);
     if (context == nullptr || session == nullptr || destination == nullptr ||
         !context_known(context)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     if (const auto scripted = next_scripted(KARST_EMU_OPEN)) {
-        set_origin(returnOrigin, TEEC_ORIGIN_TRUSTED_APP);
+        set_origin(return_origin, TEEC_ORIGIN_TRUSTED_APP);
         return *scripted;
     }
     if (!is_application(*destination)) {
-        set_origin(returnOrigin, TEEC_ORIGIN_TEE);
+        set_origin(return_origin, TEEC_ORIGIN_TEE);
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     const std::string lock_path = state_dir() + "/session.lock";
     const int lock_fd = ::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (lock_fd < 0) {
-        set_origin(returnOrigin, TEEC_ORIGIN_COMMS);
+        set_origin(return_origin, TEEC_ORIGIN_COMMS);
         return TEEC_ERROR_COMMUNICATION;
     }
     if (::flock(lock_fd, LOCK_EX | LOCK_NB) != 0) {
         ::close(lock_fd);
-        set_origin(returnOrigin, TEEC_ORIGIN_TRUSTED_APP);
+        set_origin(return_origin, TEEC_ORIGIN_TRUSTED_APP);
         return TEEC_ERROR_BUSY; // another session holds the application
     }
     session->ctx = context;
     session->imp_id = g_next_id++;
     session->imp_lock_fd = lock_fd;
     session_opened(session);
-    set_origin(returnOrigin, TEEC_ORIGIN_TRUSTED_APP);
+    set_origin(return_origin, TEEC_ORIGIN_TRUSTED_APP);
     return TEEC_SUCCESS;
 }
 
@@ -232,21 +232,21 @@ void TEEC_CloseSession(TEEC_Session *session) {
     session->imp_lock_fd = -1;
 }
 
-TEEC_Result TEEC_RegisterSharedMemory(TEEC_Context *context, TEEC_SharedMemory *sharedMem) {
-    if (context == nullptr || sharedMem == nullptr || !context_known(context)) {
+TEEC_Result TEEC_RegisterSharedMemory(TEEC_Context *context, TEEC_SharedMemory *shared_mem) {
+    if (context == nullptr || shared_mem == nullptr || !context_known(context)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     if (const auto scripted = next_scripted(KARST_EMU_REGISTER)) {
         return *scripted;
     }
-    if ((sharedMem->flags & ~(TEEC_MEM_INPUT | TEEC_MEM_OUTPUT)) != 0 ||
-        (sharedMem->buffer == nullptr && sharedMem->size != 0) ||
-        sharedMem->size > TEEC_CONFIG_SHAREDMEM_MAX_SIZE) {
+    if ((shared_mem->flags & ~(TEEC_MEM_INPUT | TEEC_MEM_OUTPUT)) != 0 ||
+        (shared_mem->buffer == nullptr && shared_mem->size != 0) ||
+        shared_mem->size > TEEC_CONFIG_SHAREDMEM_MAX_SIZE) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
-    sharedMem->imp_id = g_next_id++;
-    sharedMem->imp_ctx = context;
-    memory_registered(sharedMem, {sharedMem->buffer, sharedMem->size, sharedMem->flags});
+    shared_mem->imp_id = g_next_id++;
+    shared_mem->imp_ctx = context;
+    memory_registered(shared_mem, {shared_mem->buffer, shared_mem->size, shared_mem->flags});
     return TEEC_SUCCESS;
 }
 
@@ -256,17 +256,17 @@ TEEC_Result TEEC_AllocateSharedMemory(TEEC_Context *, TEEC_SharedMemory *) {
     return TEEC_ERROR_NOT_SUPPORTED;
 }
 
-void TEEC_ReleaseSharedMemory(TEEC_SharedMemory *sharedMemory) {
-    if (sharedMemory == nullptr || !memory_released(sharedMemory)) {
+void TEEC_ReleaseSharedMemory(TEEC_SharedMemory *shared_memory) {
+    if (shared_memory == nullptr || !memory_released(shared_memory)) {
         return;
     }
-    sharedMemory->imp_id = 0;
-    sharedMemory->imp_ctx = nullptr;
+    shared_memory->imp_id = 0;
+    shared_memory->imp_ctx = nullptr;
 }
 
-TEEC_Result TEEC_InvokeCommand(TEEC_Session *session, uint32_t commandID, TEEC_Operation *operation,
-                               uint32_t *returnOrigin) {
-    set_origin(returnOrigin, TEEC_ORIGIN_API);
+TEEC_Result TEEC_InvokeCommand(TEEC_Session *session, uint32_t command_id,
+                               TEEC_Operation *operation, uint32_t *return_origin) {
+    set_origin(return_origin, TEEC_ORIGIN_API);
     if (session == nullptr || !session_known(session)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
@@ -284,17 +284,17 @@ TEEC_Result TEEC_InvokeCommand(TEEC_Session *session, uint32_t commandID, TEEC_O
     }
     op->started = 1;
 
-    JournalEntry entry = journal_entry(commandID, types, op, params);
+    JournalEntry entry = journal_entry(command_id, types, op, params);
     TEEC_Result res = TEEC_SUCCESS;
     uint32_t origin = TEEC_ORIGIN_TRUSTED_APP;
     if (const auto scripted = next_scripted(KARST_EMU_INVOKE)) {
         res = *scripted;
-    } else if (const auto answer = answer_for(commandID)) {
+    } else if (const auto answer = answer_for(command_id)) {
         Param &out = params[answer->param];
         res = out.is_output() ? out.put(answer->data.data(), answer->data.size())
                               : TEEC_ERROR_BAD_PARAMETERS;
     } else {
-        res = application_invoke(commandID, params);
+        res = application_invoke(command_id, params);
     }
     write_back(types, op, params, res);
     entry.result = res;
@@ -303,7 +303,7 @@ TEEC_Result TEEC_InvokeCommand(TEEC_Session *session, uint32_t commandID, TEEC_O
     }
     entry.origin = origin;
     journal_add(std::move(entry));
-    set_origin(returnOrigin, origin);
+    set_origin(return_origin, origin);
     return res;
 }
 

@@ -48,17 +48,12 @@ void add_blk_get(CLI::App &attest, const std::shared_ptr<AttestOptions> &opts) {
     blk->add_option("name", opts->name, "Name passed with the type")->required();
     blk->add_option("-o,--output", opts->output, "Copy the block to this file");
     blk->callback([opts] {
-        {
-            Session session;
-            check_call(pta_invoke_blk_get(PTA_DALU_CMD_BLK_GET, opts->type, opts->value,
-                                          opts->name.c_str()),
-                       "pta_invoke_blk_get");
-        }
-        const std::string path = board_path("/tmp/datablk.bin");
-        std::printf("%s\n", path.c_str());
-        if (!opts->output.empty()) {
-            copy_board_file("/tmp/datablk.bin", opts->output);
-        }
+        check_call(in_session([&] {
+                       return pta_invoke_blk_get(PTA_DALU_CMD_BLK_GET, opts->type, opts->value,
+                                                 opts->name.c_str());
+                   }),
+                   "pta_invoke_blk_get");
+        print_board_path(karst::paths::DATABLK_FILE, opts->output);
     });
 }
 
@@ -73,7 +68,7 @@ void add_prov_query(CLI::App &attest, const std::shared_ptr<AttestOptions> &opts
         std::printf("%s\n", yes ? "yes" : "no");
         if (!yes) {
             std::fflush(stdout);
-            throw CLI::RuntimeError(CALL_FAILED);
+            throw CLI::RuntimeError(Status::call_failed);
         }
     });
 }
@@ -97,10 +92,9 @@ void add_ra_refresh(CLI::App &attest, const std::shared_ptr<AttestOptions> &opts
 void add_attest(CLI::App &app) {
     auto opts = std::make_shared<AttestOptions>();
     CLI::App *attest =
-        add_command(app, "attest", "Attestation: dump, data blocks, provisioning, RA refresh",
-                    "  karstctl attest dump nonce-0001\n"
-                    "  karstctl attest prov-query 1\n");
-    attest->require_subcommand(1);
+        add_group(app, "attest", "Attestation: dump, data blocks, provisioning, RA refresh",
+                  "  karstctl attest dump nonce-0001\n"
+                  "  karstctl attest prov-query 1\n");
     add_dump(*attest, opts);
     add_blk_get(*attest, opts);
     add_prov_query(*attest, opts);

@@ -20,18 +20,17 @@ struct BoardOptions {
 };
 
 void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
-    CLI::App *cpld = add_command(app, "cpld", "Read and write CPLD registers (8-bit)",
-                                 "  karstctl cpld read 0x00\n"
-                                 "  karstctl cpld write 0x21 0x5a\n");
-    cpld->require_subcommand(1);
+    CLI::App *cpld = add_group(app, "cpld", "Read and write CPLD registers (8-bit)",
+                               "  karstctl cpld read 0x00\n"
+                               "  karstctl cpld write 0x21 0x5a\n");
     CLI::App *read = add_command(*cpld, "read", "Print a register: Read CPLD Reg[RR] = VV",
                                  "  karstctl cpld read 0x00\n");
     read->add_option("register", opts->reg, "Register number (0x for hexadecimal)")->required();
     read->callback([opts] {
         std::string text = opts->reg;
-        Session session;
-        check_call(pta_invoke_cpld_regr(PTA_DALU_CMD_CPLD_REGR, text.data()),
-                   "pta_invoke_cpld_regr");
+        check_call(
+            in_session([&] { return pta_invoke_cpld_regr(PTA_DALU_CMD_CPLD_REGR, text.data()); }),
+            "pta_invoke_cpld_regr");
     });
     CLI::App *write =
         add_command(*cpld, "write", "Write a register", "  karstctl cpld write 0x21 0x5a\n");
@@ -42,9 +41,9 @@ void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
             throw CLI::ValidationError("register", "must not contain '='");
         }
         std::string text = opts->reg + "=" + opts->value;
-        Session session;
-        check_call(pta_invoke_cpld_regw(PTA_DALU_CMD_CPLD_REGW, text.data()),
-                   "pta_invoke_cpld_regw");
+        check_call(
+            in_session([&] { return pta_invoke_cpld_regw(PTA_DALU_CMD_CPLD_REGW, text.data()); }),
+            "pta_invoke_cpld_regw");
     });
 }
 
@@ -53,9 +52,7 @@ void add_sigtbl(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
                                    "Decode and print the signature table at the start of a "
                                    "signed image file",
                                    "  karstctl sigtbl bios.bin\n");
-    sigtbl->add_option("file", opts->file, "Signed image (its first 408 bytes are read)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*sigtbl, "file", opts->file, "Signed image (its first 408 bytes are read)");
     sigtbl->callback([opts] {
         const std::vector<uint8_t> bytes = read_input(opts->file);
         uint32_t table[SIGTBL_MAX_BYTES / 4] = {0};

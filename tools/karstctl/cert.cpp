@@ -27,9 +27,8 @@ const std::map<std::string, int32_t> CERT_NAMES = {
 void add_cert(CLI::App &app) {
     auto opts = std::make_shared<CertOptions>();
     CLI::App *cert =
-        add_command(app, "cert", "The device's certificates: get, replace, replace-ra, csr, auth",
-                    "  karstctl cert get root -o root.der\n");
-    cert->require_subcommand(1);
+        add_group(app, "cert", "The device's certificates: get, replace, replace-ra, csr, auth",
+                  "  karstctl cert get root -o root.der\n");
 
     CLI::App *get = add_command(
         *cert, "get",

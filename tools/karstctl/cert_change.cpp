@@ -21,11 +21,19 @@ struct CertChangeOptions {
 
 // The replacement through the dispatcher: word 0 the index, word 1 the option, word 4 the file.
 int replace(uint32_t command, const CertChangeOptions &opts) {
-    Session session;
     uintptr_t block[PTA20_ARGS_WORDS];
     pta20_args(block, opts.index, opts.option, 0, reinterpret_cast<uintptr_t>(opts.file.c_str()), 0,
                0);
-    return pta_invoke_cmd(command, block);
+    return in_session([&] { return pta_invoke_cmd(command, block); });
+}
+
+// What both replacements take: the certificate's index, the new certificate, the option word.
+void add_replacement_options(CLI::App &command, CertChangeOptions &opts) {
+    command.add_option("index", opts.index, "Certificate index, 1 to 5")
+        ->required()
+        ->check(CLI::Range(1, 5));
+    add_input_file(command, "file", opts.file, "The new certificate");
+    command.add_option("--option", opts.option, "Option word passed to the secure world");
 }
 
 void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
@@ -33,13 +41,7 @@ void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts)
                                         "Replace certificate INDEX (1 to 5) with a certificate "
                                         "file",
                                         "  karstctl cert replace 1 device.der\n");
-    replace_cmd->add_option("index", opts->index, "Certificate index, 1 to 5")
-        ->required()
-        ->check(CLI::Range(1, 5));
-    replace_cmd->add_option("file", opts->file, "The new certificate")
-        ->required()
-        ->check(CLI::ExistingFile);
-    replace_cmd->add_option("--option", opts->option, "Option word passed to the secure world");
+    add_replacement_options(*replace_cmd, *opts);
     replace_cmd->callback([opts] {
         check_call(pta20_crt_replace(opts->index, opts->file.c_str(), opts->option),
                    "pta20_crt_replace");
@@ -50,11 +52,7 @@ void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts)
                                "is archived as /nv1/ra_data.tgz",
                                "  karstctl cert replace-ra 1 ra.der\n"
                                "  karstctl attest ra-refresh\n");
-    ra->add_option("index", opts->index, "Certificate index, 1 to 5")
-        ->required()
-        ->check(CLI::Range(1, 5));
-    ra->add_option("file", opts->file, "The new certificate")->required()->check(CLI::ExistingFile);
-    ra->add_option("--option", opts->option, "Option word passed to the secure world");
+    add_replacement_options(*ra, *opts);
     ra->callback([opts] {
         check_call(replace(PTA_DALU_CMD_REPLACE_RA_CRT, *opts), "pta_invoke_replace_ra_crt");
     });
@@ -81,21 +79,15 @@ void add_auth(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
                                  "Check that a certificate was issued by one of the certificates "
                                  "of a second file (DER, back to back)",
                                  "  karstctl cert auth device.der chain.der\n");
-    auth->add_option("certificate", opts->file, "Certificate to check (DER)")
-        ->required()
-        ->check(CLI::ExistingFile);
-    auth->add_option("issuers", opts->second, "Candidate issuers (DER, back to back)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*auth, "certificate", opts->file, "Certificate to check (DER)");
+    add_input_file(*auth, "issuers", opts->second, "Candidate issuers (DER, back to back)");
     auth->callback([opts] {
-        int result = 0;
-        {
-            Session session;
-            result = pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
-                                           opts->second.c_str());
-        }
+        const int result = in_session([&] {
+            return pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
+                                         opts->second.c_str());
+        });
         if (result == 1) {
-            fail(CALL_FAILED, "the secure world refused the certificate");
+            fail(Status::call_failed, "the secure world refused the certificate");
         }
         check_call(result, "pta_invoke_auth_certs");
         std::printf("accepted\n");

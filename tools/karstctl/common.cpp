@@ -23,19 +23,19 @@ void check_call(int result, const char *call) {
     if (result != 0) {
         char code[32];
         std::snprintf(code, sizeof code, "%d (0x%08x)", result, static_cast<unsigned>(result));
-        fail(CALL_FAILED, std::string(call) + " failed: " + code);
+        fail(Status::call_failed, std::string(call) + " failed: " + code);
     }
 }
 
 std::vector<uint8_t> read_input(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        fail(FILE_FAILED, "cannot read " + path + ": " + std::strerror(errno));
+        fail(Status::file_failed, "cannot read " + path + ": " + std::strerror(errno));
     }
     std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
                               std::istreambuf_iterator<char>());
     if (in.bad()) {
-        fail(FILE_FAILED, "cannot read " + path);
+        fail(Status::file_failed, "cannot read " + path);
     }
     return data;
 }
@@ -43,27 +43,34 @@ std::vector<uint8_t> read_input(const std::string &path) {
 void write_output(const std::string &path, const void *data, size_t size) {
     std::FILE *out = std::fopen(path.c_str(), "wb");
     if (out == nullptr) {
-        fail(FILE_FAILED, "cannot write " + path + ": " + std::strerror(errno));
+        fail(Status::file_failed, "cannot write " + path + ": " + std::strerror(errno));
     }
     const bool written = std::fwrite(data, 1, size, out) == size;
     if (std::fclose(out) != 0 || !written) {
-        fail(FILE_FAILED, "cannot write " + path);
+        fail(Status::file_failed, "cannot write " + path);
     }
 }
 
 void write_secret(const std::string &path, const void *data, size_t size) {
     if (size > UINT32_MAX ||
         karst::write_secret_file(path.c_str(), data, static_cast<uint32_t>(size)) != 0) {
-        fail(FILE_FAILED, "cannot write " + path);
+        fail(Status::file_failed, "cannot write " + path);
     }
 }
 
 void copy_board_file(const std::string &board_path, const std::string &output) {
     karst::FileBytes bytes;
     if (bytes.read_board(board_path, KARST_SITE) != karst::board::Found::ok) {
-        fail(FILE_FAILED, "cannot read " + karst::platform_path(board_path));
+        fail(Status::file_failed, "cannot read " + karst::platform_path(board_path));
     }
     write_output(output, bytes.data(), bytes.size());
+}
+
+void print_board_path(const std::string &board_path, const std::string &output) {
+    std::printf("%s\n", karst::platform_path(board_path).c_str());
+    if (!output.empty()) {
+        copy_board_file(board_path, output);
+    }
 }
 
 std::string bounded_text(const char *buffer, size_t room) {
@@ -78,21 +85,12 @@ void emit(const std::string &path, const std::string &text) {
     }
 }
 
-std::string board_path(const std::string &path) {
-    return karst::platform_path(path);
-}
-
-Session::Session() {
-    const uint32_t result = pta_open_session();
-    if (result != 0) {
+void check_session(const karst::tee::SessionScope &session) {
+    if (!session.open()) {
         char code[16];
-        std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(result));
-        fail(CALL_FAILED, std::string("cannot open the TEE session: ") + code);
+        std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(session.result()));
+        fail(Status::call_failed, std::string("cannot open the TEE session: ") + code);
     }
-}
-
-Session::~Session() {
-    pta_close_session();
 }
 
 CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &description,
@@ -102,6 +100,18 @@ CLI::App *add_command(CLI::App &parent, const std::string &name, const std::stri
         command->footer("Examples:\n" + examples);
     }
     return command;
+}
+
+CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &description,
+                    const std::string &examples) {
+    CLI::App *group = add_command(parent, name, description, examples);
+    group->require_subcommand(1);
+    return group;
+}
+
+CLI::Option *add_input_file(CLI::App &command, const std::string &name, std::string &path,
+                            const std::string &description) {
+    return command.add_option(name, path, description)->required()->check(CLI::ExistingFile);
 }
 
 uint32_t parse_number(const std::string &text, const char *what) {

@@ -22,10 +22,9 @@ struct EnvOptions {
 
 void add_env(CLI::App &app) {
     auto opts = std::make_shared<EnvOptions>();
-    CLI::App *env = add_command(app, "env", "Read and set U-Boot environment variables",
-                                "  karstctl env get bootcmd\n"
-                                "  karstctl env set bootdelay 3\n");
-    env->require_subcommand(1);
+    CLI::App *env = add_group(app, "env", "Read and set U-Boot environment variables",
+                              "  karstctl env get bootcmd\n"
+                              "  karstctl env set bootdelay 3\n");
 
     CLI::App *get = add_command(*env, "get", "Print a variable's value (or write it to a file)",
                                 "  karstctl env get bootcmd\n"

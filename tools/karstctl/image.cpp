@@ -105,28 +105,28 @@ void parse_type(ImageOptions &opts) {
     opts.type = parse_number(opts.type_text, "type");
 }
 
+// Hands the chosen image to one of the library's image calls.
+void send_image(ImageOptions &opts, int (*call)(uint32_t, uint32_t, void *, uint32_t),
+                const char *call_name) {
+    parse_type(opts);
+    const Source s = source_of(opts);
+    check_call(call(image_word(opts), s.flags, s.arg, s.size), call_name);
+}
+
 void add_transfers(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
     CLI::App *auth = add_command(image, "auth", "Authenticate an image",
                                  "  karstctl image auth bios staging\n"
                                  "  karstctl image auth bios --file bios.bin\n");
     add_type_and_slot(*auth, *opts, false);
     add_source(*auth, *opts);
-    auth->callback([opts] {
-        parse_type(*opts);
-        const Source s = source_of(*opts);
-        check_call(pta20_img_auth(image_word(*opts), s.flags, s.arg, s.size), "pta20_img_auth");
-    });
+    auth->callback([opts] { send_image(*opts, pta20_img_auth, "pta20_img_auth"); });
 
     CLI::App *upload = add_command(image, "upload", "Upload an image to a slot",
                                    "  karstctl image upload bios staging --file bios.bin\n"
                                    "  karstctl image upload 1 1 --buffer bios.bin\n");
     add_type_and_slot(*upload, *opts, true);
     add_source(*upload, *opts);
-    upload->callback([opts] {
-        parse_type(*opts);
-        const Source s = source_of(*opts);
-        check_call(pta20_img_upload(image_word(*opts), s.flags, s.arg, s.size), "pta20_img_upload");
-    });
+    upload->callback([opts] { send_image(*opts, pta20_img_upload, "pta20_img_upload"); });
 }
 
 void add_update(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
@@ -156,7 +156,7 @@ void add_update(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
         AsyncUpdate job{image_word(*opts), s.flags, s.arg, s.size, s.size, opts->type_text};
         // type_text holds the type's number once the names are transformed
         const int status = run_async_update(job);
-        if (status != OK) {
+        if (status != Status::ok) {
             throw CLI::RuntimeError(status);
         }
     });
@@ -177,11 +177,7 @@ void add_dump_delete(CLI::App &image, const std::shared_ptr<ImageOptions> &opts)
         const uint32_t word = image_word(*opts);
         if (word == IMG_ID(IMG_TYPE_BMC, IMG_IDX_ACTIVE)) {
             check_call(pta20_img_dump(word, IMG_SRC_TABLE, nullptr, 0), "pta20_img_dump");
-            const std::string copy = board_path("/tmp/fw_image");
-            std::printf("%s\n", copy.c_str());
-            if (!opts->output.empty()) {
-                copy_board_file("/tmp/fw_image", opts->output);
-            }
+            print_board_path(karst::paths::FW_IMAGE, opts->output);
             return;
         }
         if (opts->output.empty()) {
@@ -213,7 +209,7 @@ void add_progress(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
         parse_type(*opts);
         const int result = pta20_img_updmsg(image_word(*opts), opts->clear ? 1 : 0);
         if (result < 0) {
-            fail(CALL_FAILED, "no progress for " + opts->type_text);
+            fail(Status::call_failed, "no progress for " + opts->type_text);
         }
         if (!opts->clear) {
             std::printf("%d%%\n", result);
@@ -226,11 +222,10 @@ void add_progress(CLI::App &image, const std::shared_ptr<ImageOptions> &opts) {
 void add_image(CLI::App &app) {
     auto opts = std::make_shared<ImageOptions>();
     CLI::App *image =
-        add_command(app, "image", "Firmware images: auth, upload, update, dump, delete, progress",
-                    "  karstctl image upload bios staging --file bios.bin\n"
-                    "  karstctl image update bios staging --async\n"
-                    "  karstctl image dump bmc active -o bmc.bin\n");
-    image->require_subcommand(1);
+        add_group(app, "image", "Firmware images: auth, upload, update, dump, delete, progress",
+                  "  karstctl image upload bios staging --file bios.bin\n"
+                  "  karstctl image update bios staging --async\n"
+                  "  karstctl image dump bmc active -o bmc.bin\n");
     add_transfers(*image, opts);
     add_update(*image, opts);
     add_dump_delete(*image, opts);

@@ -20,6 +20,9 @@ namespace karstctl {
 namespace {
 
 constexpr int POLL_MS = 100;
+constexpr useconds_t POLL_US = POLL_MS * 1000;
+// Columns of a terminal that does not tell its width.
+constexpr int DEFAULT_COLUMNS = 80;
 constexpr int32_t RECORD_PROGRESS = 0;
 constexpr int32_t RECORD_END = 1;
 
@@ -28,10 +31,10 @@ struct Record {
     int32_t value;
 };
 
-volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t g_interrupted = 0;
 
 void on_interrupt(int) {
-    interrupted = 1;
+    g_interrupted = 1;
 }
 
 void send(int fd, Record record) {
@@ -52,7 +55,7 @@ void send(int fd, Record record) {
     if (pta20_img_update_async(&ctx) != 0) {
         send(fd, {RECORD_END, -1});
         std::fflush(stdout);
-        _exit(CALL_FAILED);
+        _exit(Status::call_failed);
     }
     int last = -1;
     for (;;) {
@@ -65,9 +68,9 @@ void send(int fd, Record record) {
         if (state != IMG_UPD_QUEUED && state != IMG_UPD_RUNNING) {
             send(fd, {RECORD_END, state});
             std::fflush(stdout);
-            _exit(state == IMG_UPD_IDLE ? OK : CALL_FAILED);
+            _exit(state == IMG_UPD_IDLE ? Status::ok : Status::call_failed);
         }
-        ::usleep(POLL_MS * 1000);
+        ::usleep(POLL_US);
     }
 }
 
@@ -76,7 +79,7 @@ int terminal_width() {
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
         return size.ws_col;
     }
-    return 80;
+    return DEFAULT_COLUMNS;
 }
 
 class Display {
@@ -113,67 +116,96 @@ class Display {
     Clock::time_point start_ = Clock::now();
 };
 
-} // namespace
+// The update's process and the reading end of the pipe it reports on.
+struct Child {
+    pid_t pid;
+    int fd;
+};
 
-int run_async_update(const AsyncUpdate &update) {
+// Starts the update in a process of its own.
+Child start_update(const AsyncUpdate &update) {
     int fds[2];
     if (::pipe(fds) != 0) {
-        fail(CALL_FAILED, "cannot start the update: no pipe");
+        fail(Status::call_failed, "cannot start the update: no pipe");
     }
     std::fflush(nullptr);
     const pid_t pid = ::fork();
     if (pid < 0) {
-        fail(CALL_FAILED, "cannot start the update: no process");
+        fail(Status::call_failed, "cannot start the update: no process");
     }
     if (pid == 0) {
         ::close(fds[0]);
         run_update(update, fds[1]);
     }
     ::close(fds[1]);
+    return {pid, fds[0]};
+}
 
+// Ctrl-C ends the watching, not the update.
+void watch_for_interrupt() {
     struct sigaction action {};
     action.sa_handler = on_interrupt; // no SA_RESTART: poll returns at once
     ::sigaction(SIGINT, &action, nullptr);
+}
 
+int stop_watching(Display &display, const Child &child, const AsyncUpdate &update) {
+    display.end_line();
+    ::close(child.fd);
+    std::fprintf(stderr,
+                 "karstctl: stopped watching; the update goes on (process %d). Follow it "
+                 "with: karstctl image progress %s\n",
+                 static_cast<int>(child.pid), update.type_name.c_str());
+    return Status::interrupted;
+}
+
+// The next record from the update's process; fails when the process ended without one.
+Record receive(Display &display, const Child &child) {
+    Record record{};
+    const ssize_t n = ::read(child.fd, &record, sizeof record);
+    if (n != static_cast<ssize_t>(sizeof record)) {
+        ::close(child.fd);
+        display.end_line();
+        ::waitpid(child.pid, nullptr, 0);
+        fail(Status::call_failed, "the update's process ended without a result");
+    }
+    return record;
+}
+
+// The update ended in state.
+int finish(Display &display, const Child &child, int32_t state) {
+    ::close(child.fd);
+    ::waitpid(child.pid, nullptr, 0);
+    if (state != IMG_UPD_IDLE) {
+        display.end_line();
+        fail(Status::call_failed, "the update failed");
+    }
+    display.show(100);
+    display.end_line();
+    return Status::ok;
+}
+
+} // namespace
+
+int run_async_update(const AsyncUpdate &update) {
+    const Child child = start_update(update);
+    watch_for_interrupt();
     Display display(update.total);
     display.show(0);
     for (;;) {
-        pollfd entry{fds[0], POLLIN, 0};
+        pollfd entry{child.fd, POLLIN, 0};
         const int ready = ::poll(&entry, 1, POLL_MS);
-        if (interrupted) {
-            display.end_line();
-            ::close(fds[0]);
-            std::fprintf(stderr,
-                         "karstctl: stopped watching; the update goes on (process %d). Follow it "
-                         "with: karstctl image progress %s\n",
-                         static_cast<int>(pid), update.type_name.c_str());
-            return INTERRUPTED;
+        if (g_interrupted) {
+            return stop_watching(display, child, update);
         }
         if (ready <= 0) {
             display.tick();
             continue;
         }
-        Record record{};
-        const ssize_t n = ::read(fds[0], &record, sizeof record);
-        if (n != static_cast<ssize_t>(sizeof record)) {
-            ::close(fds[0]);
-            display.end_line();
-            ::waitpid(pid, nullptr, 0);
-            fail(CALL_FAILED, "the update's process ended without a result");
+        const Record record = receive(display, child);
+        if (record.kind != RECORD_PROGRESS) {
+            return finish(display, child, record.value);
         }
-        if (record.kind == RECORD_PROGRESS) {
-            display.show(record.value);
-            continue;
-        }
-        ::close(fds[0]);
-        ::waitpid(pid, nullptr, 0);
-        if (record.value != IMG_UPD_IDLE) {
-            display.end_line();
-            fail(CALL_FAILED, "the update failed");
-        }
-        display.show(100);
-        display.end_line();
-        return OK;
+        display.show(record.value);
     }
 }
 

@@ -23,11 +23,10 @@ struct InventoryOptions {
 
 void add_inventory(CLI::App &app) {
     auto opts = std::make_shared<InventoryOptions>();
-    CLI::App *inv = add_command(app, "inventory", "Read, set and import inventory values",
-                                "  karstctl inventory get BIOS_VERSION\n"
-                                "  karstctl inventory set BMC_VERSION 2.10.1\n"
-                                "  karstctl inventory import /nv1/fw_inventory.txt\n");
-    inv->require_subcommand(1);
+    CLI::App *inv = add_group(app, "inventory", "Read, set and import inventory values",
+                              "  karstctl inventory get BIOS_VERSION\n"
+                              "  karstctl inventory set BMC_VERSION 2.10.1\n"
+                              "  karstctl inventory import /nv1/fw_inventory.txt\n");
 
     CLI::App *get =
         add_command(*inv, "get", "Print a value (a BIOS value holding 'Rev' is corrected to 'Ver')",

@@ -4,12 +4,15 @@
 #include "families.hpp"
 
 #include <cstdio>
+#include <exception>
 
 #ifndef KARSTCTL_VERSION
 #define KARSTCTL_VERSION "0"
 #endif
 
-int main(int argc, char **argv) {
+namespace {
+
+int run(int argc, char **argv) {
     CLI::App app{"karstctl: the board's secure-world services (U-Boot environment, inventory,\n"
                  "firmware images, attestation, certificates, signatures, OTP) from the command\n"
                  "line. The library's own messages appear on standard output; karstctl's errors\n"
@@ -43,5 +46,13 @@ int main(int argc, char **argv) {
         return app.exit(e);
     }
     std::fflush(stdout);
-    return karstctl::OK;
+    return karstctl::Status::ok;
+}
+
+} // namespace
+
+int main(int argc, char **argv) try { return run(argc, argv); } catch (...) {
+    // Not one of karstctl's own failures (those end as CLI11's errors, in run): the program ends
+    // as on any exception that nothing catches.
+    std::terminate();
 }

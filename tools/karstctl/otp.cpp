@@ -38,19 +38,10 @@ std::vector<uint8_t> from_hex(const std::string &text) {
     return bytes;
 }
 
-} // namespace
-
-void add_otp(CLI::App &app) {
-    auto opts = std::make_shared<OtpOptions>();
-    CLI::App *otp = add_command(app, "otp", "OTP keys, the OTP user area, the board serial number",
-                                "  karstctl otp getsn\n"
-                                "  karstctl otp getkey 0x03 -o key3.bin\n");
-    otp->require_subcommand(1);
-
-    CLI::App *getkey =
-        add_command(*otp, "getkey", "Read a 32-byte OTP key (printed in hexadecimal)",
-                    "  karstctl otp getkey 3\n"
-                    "  karstctl otp getkey 0x03 -o key3.bin\n");
+void add_getkey(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
+    CLI::App *getkey = add_command(otp, "getkey", "Read a 32-byte OTP key (printed in hexadecimal)",
+                                   "  karstctl otp getkey 3\n"
+                                   "  karstctl otp getkey 0x03 -o key3.bin\n");
     getkey->add_option("key", opts->key, "Key number (0x00 to 0x1f)")->required();
     getkey->add_option("-o,--output", opts->output, "Write the key's bytes to this file instead");
     getkey->callback([opts] {
@@ -72,8 +63,10 @@ void add_otp(CLI::App &app) {
             write_secret(opts->output, key.bytes, sizeof key.bytes);
         }
     });
+}
 
-    CLI::App *prog = add_command(*otp, "prog-usr",
+void add_prog_usr(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
+    CLI::App *prog = add_command(otp, "prog-usr",
                                  "Program bytes of the OTP user area (1,024 bytes; a byte "
                                  "programmed stays so)",
                                  "  karstctl otp prog-usr 0x10 --hex 5aa5\n"
@@ -90,14 +83,16 @@ void add_otp(CLI::App &app) {
         std::vector<uint8_t> bytes =
             opts->file.empty() ? from_hex(opts->hex) : read_input(opts->file);
         if (bytes.empty()) {
-            fail(FILE_FAILED, "no bytes to program");
+            fail(Status::file_failed, "no bytes to program");
         }
         check_call(pta_invoke_otp_prog_usr(PTA_DALU_CMD_OTP_PROG_USR, opts->offset, bytes.data(),
                                            static_cast<uint32_t>(bytes.size())),
                    "pta_invoke_otp_prog_usr");
     });
+}
 
-    CLI::App *getsn = add_command(*otp, "getsn", "Print the board serial number",
+void add_getsn(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
+    CLI::App *getsn = add_command(otp, "getsn", "Print the board serial number",
                                   "  karstctl otp getsn\n"
                                   "  karstctl otp getsn -o serial.txt\n");
     getsn->add_option("-o,--output", opts->output, "Write the serial number to this file instead");
@@ -108,6 +103,18 @@ void add_otp(CLI::App &app) {
                    "pta20_otp_board_sn_get");
         emit(opts->output, bounded_text(serial, sizeof serial));
     });
+}
+
+} // namespace
+
+void add_otp(CLI::App &app) {
+    auto opts = std::make_shared<OtpOptions>();
+    CLI::App *otp = add_group(app, "otp", "OTP keys, the OTP user area, the board serial number",
+                              "  karstctl otp getsn\n"
+                              "  karstctl otp getkey 0x03 -o key3.bin\n");
+    add_getkey(*otp, opts);
+    add_prog_usr(*otp, opts);
+    add_getsn(*otp, opts);
 }
 
 } // namespace karstctl

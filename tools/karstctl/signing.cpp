@@ -28,21 +28,19 @@ void add_sign(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
                                  "the signature goes to FILE.sig",
                                  "  karstctl sign report.txt\n"
                                  "  karstctl sign report.txt -o report.sig\n");
-    sign->add_option("file", opts->data, "File to sign (path of at most 59 characters)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*sign, "file", opts->data, "File to sign (path of at most 59 characters)");
     sign->add_option("-o,--output", opts->output, "Also copy the signature to this file");
     sign->add_option("--option", opts->option, "Option word passed to the secure world");
     sign->callback([opts] {
         if (opts->data.size() > LONGEST_SIGNED_PATH) {
-            fail(FILE_FAILED,
+            fail(Status::file_failed,
                  "the path of the file to sign has more than 59 characters: " + opts->data);
         }
-        {
-            Session session;
-            check_call(pta_invoke_att_sign(PTA_DALU_CMD_ATT_SIGN, opts->option, opts->data.c_str()),
-                       "pta_invoke_att_sign");
-        }
+        check_call(in_session([&] {
+                       return pta_invoke_att_sign(PTA_DALU_CMD_ATT_SIGN, opts->option,
+                                                  opts->data.c_str());
+                   }),
+                   "pta_invoke_att_sign");
         const std::string signature = opts->data + ".sig";
         std::printf("%s\n", signature.c_str());
         if (!opts->output.empty()) {
@@ -57,20 +55,15 @@ void add_verify(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
                                    "Check a signature of a file by the device key: prints "
                                    "valid (status 0) or invalid (status 1)",
                                    "  karstctl verify report.txt report.txt.sig\n");
-    verify->add_option("file", opts->data, "Signed file")->required()->check(CLI::ExistingFile);
-    verify->add_option("signature", opts->signature, "Signature (DER)")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_input_file(*verify, "file", opts->data, "Signed file");
+    add_input_file(*verify, "signature", opts->signature, "Signature (DER)");
     verify->callback([opts] {
         if (opts->data.find(':') != std::string::npos) {
-            fail(FILE_FAILED, "the signed file's path must not contain ':'");
+            fail(Status::file_failed, "the signed file's path must not contain ':'");
         }
         std::string args = opts->data + ":" + opts->signature;
-        int result = 0;
-        {
-            Session session;
-            result = pta_invoke_att_verify(PTA_DALU_CMD_ATT_VERIFY, args.data());
-        }
+        const int result =
+            in_session([&] { return pta_invoke_att_verify(PTA_DALU_CMD_ATT_VERIFY, args.data()); });
         std::printf("%s\n", result == 0 ? "valid" : "invalid");
         check_call(result, "pta_invoke_att_verify");
     });
@@ -86,10 +79,10 @@ void add_validate(CLI::App &app, const std::shared_ptr<SigningOptions> &opts) {
     validate->callback([opts] {
         const int result = pta20_att_security_validate(opts->mask);
         if (result == PTA20_ATT_VALIDATE_NOT_FOUND) {
-            fail(CALL_FAILED, "validation: no such check");
+            fail(Status::call_failed, "validation: no such check");
         }
         if (result == PTA20_ATT_VALIDATE_REJECTED) {
-            fail(CALL_FAILED, "validation: rejected by the secure world");
+            fail(Status::call_failed, "validation: rejected by the secure world");
         }
         check_call(result, "pta20_att_security_validate");
         std::printf("valid\n");

@@ -13,6 +13,8 @@
 // (TEEC_ERROR_BAD_PARAMETERS); a block without the attestation magic id
 // (TEEC_ERROR_BAD_FORMAT).
 #include "application.hpp"
+#include "byte_order.hpp"
+#include "datablk_reader.hpp"
 #include "device_identity.hpp"
 
 #include <cstdio>
@@ -28,7 +30,6 @@ constexpr size_t STATEMENT_SIZE = 256;
 constexpr size_t SIGNATURE_SIZE = 768;
 constexpr size_t RESULT_SIZE = BLOCK_MAX + STATEMENT_SIZE + SIGNATURE_SIZE; // 66,560
 constexpr size_t NONCE_MAX = 64;
-constexpr uint32_t MAGIC_ATT = 0x49545441;
 constexpr size_t DIGEST_INFO_DIGITS = 16;
 
 std::string hex(const uint8_t *bytes, size_t n) {
@@ -39,11 +40,6 @@ std::string hex(const uint8_t *bytes, size_t n) {
         out += two;
     }
     return out;
-}
-
-uint32_t le32(const uint8_t *p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
 
 } // namespace
@@ -58,7 +54,8 @@ TEEC_Result att_dump(Params &params) {
     if (nonce.empty() || nonce.size() > NONCE_MAX || block.size() > BLOCK_MAX) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
-    if (with_block && (block.size() < 8 || le32(block.data() + 4) != MAGIC_ATT)) {
+    if (with_block && (block.size() < datablk::MAGIC_OFFSET + sizeof(uint32_t) ||
+                       load_le32(block.data() + datablk::MAGIC_OFFSET) != datablk::MAGIC_ATT)) {
         return TEEC_ERROR_BAD_FORMAT;
     }
 

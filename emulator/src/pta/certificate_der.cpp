@@ -1,10 +1,37 @@
 #include "certificate_der.hpp"
 
+#include "byte_order.hpp"
+
 #include <climits>
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
 namespace karst::emu::der {
+namespace {
+
+constexpr uint8_t TAG_SEQUENCE = 0x30;
+// The first length byte: the length itself below LONG_FORM, else LONG_FORM plus the number of
+// big-endian length bytes that follow.
+constexpr uint8_t LONG_FORM = 0x80;
+
+} // namespace
+
+size_t sequence_size(std::span<const uint8_t> bytes, size_t max_length_bytes) {
+    if (bytes.size() < 2 || bytes[0] != TAG_SEQUENCE) {
+        return 0;
+    }
+    size_t head = 2;
+    size_t length = bytes[1];
+    if (bytes[1] >= LONG_FORM) {
+        const size_t count = bytes[1] - LONG_FORM;
+        if (count == 0 || count > max_length_bytes || bytes.size() < head + count) {
+            return 0;
+        }
+        length = load_be(&bytes[head], count);
+        head += count;
+    }
+    return length <= bytes.size() - head ? head + length : 0;
+}
 
 std::vector<Certificate> certificates(std::span<const uint8_t> bytes) {
     std::vector<Certificate> out;

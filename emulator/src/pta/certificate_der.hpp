@@ -12,6 +12,10 @@ namespace karst::emu::der {
 
 using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
 
+// The size of the DER SEQUENCE at the start of bytes, its header included, when its length is
+// given in at most max_length_bytes bytes and it lies inside bytes; 0 otherwise.
+size_t sequence_size(std::span<const uint8_t> bytes, size_t max_length_bytes);
+
 // The certificates of bytes, in order; empty when bytes are not DER certificates back to back.
 std::vector<Certificate> certificates(std::span<const uint8_t> bytes);
 

@@ -1,26 +1,28 @@
 #include "datablk_reader.hpp"
 
+#include "byte_order.hpp"
+
 #include <zlib.h>
 
 namespace karst::emu::datablk {
 namespace {
 
-constexpr size_t HEADER_SIZE = 16;
+constexpr size_t DATA_LENGTH_OFFSET = 12;
 constexpr uint8_t TAG_NAME = 0x16;
 constexpr uint8_t TAG_VALUE = 0x02;
 constexpr size_t MAX_LENGTH_BYTES = 4;
 
-uint32_t le32(const uint8_t *p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
-
-uint32_t be32(const uint8_t *p) {
-    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-           static_cast<uint32_t>(p[2]) << 8 | static_cast<uint32_t>(p[3]);
-}
-
 } // namespace
+
+Header header_of(std::span<const uint8_t> bytes) {
+    return {load_le32(bytes.data()), load_le32(bytes.data() + MAGIC_OFFSET),
+            load_be32(bytes.data() + DATA_LENGTH_OFFSET)};
+}
+
+bool crc_holds(std::span<const uint8_t> bytes, const Header &header) {
+    const size_t covered = header.data_length + HEADER_SIZE - MAGIC_OFFSET;
+    return crc32(0L, bytes.data() + MAGIC_OFFSET, static_cast<uInt>(covered)) == header.crc;
+}
 
 std::optional<std::span<const uint8_t>> Block::find(const std::string &name) const {
     for (const auto &[key, value] : records) {
@@ -35,18 +37,14 @@ std::optional<Block> parse(std::span<const uint8_t> bytes) {
     if (bytes.size() < HEADER_SIZE) {
         return std::nullopt;
     }
-    const uint8_t *p = bytes.data();
-    const size_t data_len = be32(p + 12);
-    if (data_len == 0 || data_len > bytes.size() - HEADER_SIZE) {
-        return std::nullopt;
-    }
-    const uLong crc = crc32(0L, p + 4, static_cast<uInt>(data_len + HEADER_SIZE - 4));
-    if (crc != le32(p)) {
+    const Header header = header_of(bytes);
+    const size_t data_len = header.data_length;
+    if (data_len == 0 || data_len > bytes.size() - HEADER_SIZE || !crc_holds(bytes, header)) {
         return std::nullopt;
     }
 
     Block block;
-    block.magic = le32(p + 4);
+    block.magic = header.magic;
     const std::span<const uint8_t> area = bytes.subspan(HEADER_SIZE, data_len);
     size_t off = 0;
     // The records end at the first zero tag or length byte, or at the end of the area.
@@ -64,10 +62,7 @@ std::optional<Block> parse(std::span<const uint8_t> bytes) {
         if (n == 0 || n > MAX_LENGTH_BYTES || n > area.size() - off - 2) {
             return std::nullopt;
         }
-        size_t value_len = 0;
-        for (size_t i = 0; i < n; ++i) {
-            value_len = value_len << 8 | area[off + 2 + i];
-        }
+        const size_t value_len = load_be(&area[off + 2], n);
         off += 2 + n;
         if (value_len > area.size() - off) {
             return std::nullopt;

@@ -17,6 +17,20 @@ constexpr uint32_t MAGIC_CERT = 0x43524544;
 constexpr uint32_t MAGIC_ATT = 0x49545441;
 constexpr uint32_t MAGIC_FW = 0x54524244;
 
+// The header: CRC-32 (little-endian) over the rest of the header and the data area, magic id
+// (little-endian), four format bytes, data area length (big-endian).
+constexpr size_t HEADER_SIZE = 16;
+constexpr size_t MAGIC_OFFSET = 4;
+struct Header {
+    uint32_t crc = 0;
+    uint32_t magic = 0;
+    uint32_t data_length = 0;
+};
+// The header at the start of bytes, which hold at least HEADER_SIZE of them.
+Header header_of(std::span<const uint8_t> bytes);
+// Whether the header's CRC holds over bytes up to the end of its data area, which bytes hold.
+bool crc_holds(std::span<const uint8_t> bytes, const Header &header);
+
 struct Block {
     uint32_t magic = 0;
     // Records in their order; values are windows on the bytes that were parsed.

@@ -3,6 +3,8 @@
 
 #include "../emmc.hpp"
 #include "../state_dir.hpp"
+#include "byte_order.hpp"
+#include "karst.h"
 #include "karst_emu.h"
 #include "kv_store.hpp"
 
@@ -21,21 +23,31 @@
 namespace karst::emu {
 namespace {
 
-constexpr uint64_t MIB = 1024 * 1024;
+constexpr uint64_t MIB = uint64_t{1024} * 1024;
 constexpr uint64_t DEFAULT_PROGRAM_RATE = 32 * MIB; // a 64 MiB image programs in two seconds
 constexpr uint8_t ERASED = 0xFF;
+constexpr mode_t DEVICE_FILE_MODE = 0644;
+// Programming goes in about this many chunks, each at least MIN_CHUNK bytes.
+constexpr size_t PROGRAM_STEPS = 50;
+constexpr size_t MIN_CHUNK = size_t{64} * 1024;
+constexpr uint64_t MICROSECONDS_PER_SECOND = 1000000;
 
-constexpr std::array<DeviceInfo, 24> devices = [] {
-    std::array<DeviceInfo, 24> d{};
-    d[0] = {"BMC", 64 * MIB, nullptr};
-    d[1] = {"BIOS", 64 * MIB, "BIOS"};
-    d[2] = {"CPLD", 0x40000, "CPLD"};
-    d[3] = {"BPNCPLD", 0x40000, nullptr};
-    d[9] = {"NVFPGA", 16 * MIB, "NVFPGA"};
-    d[12] = {"NVBIOS", 32 * MIB, "NVC1BIOS"};
-    d[21] = {"SCMFPGA", 0xA8000, nullptr};
-    d[22] = {"PDBFPGA", 0x24000, nullptr};
-    d[23] = {"EROTMCU", 0x40000, "NUVEROTMCU"};
+// Flash sizes of the smaller devices.
+constexpr uint64_t CPLD_FLASH_SIZE = 0x40000;
+constexpr uint64_t SCMFPGA_FLASH_SIZE = 0xA8000;
+constexpr uint64_t PDBFPGA_FLASH_SIZE = 0x24000;
+
+constexpr std::array<DeviceInfo, IMG_TYPE_COUNT> DEVICES = [] {
+    std::array<DeviceInfo, IMG_TYPE_COUNT> d{};
+    d[IMG_TYPE_BMC] = {"BMC", 64 * MIB, nullptr};
+    d[IMG_TYPE_BIOS] = {"BIOS", 64 * MIB, "BIOS"};
+    d[IMG_TYPE_CPLD] = {"CPLD", CPLD_FLASH_SIZE, "CPLD"};
+    d[IMG_TYPE_BPNCPLD] = {"BPNCPLD", CPLD_FLASH_SIZE, nullptr};
+    d[IMG_TYPE_NVFPGA] = {"NVFPGA", 16 * MIB, "NVFPGA"};
+    d[IMG_TYPE_NVBIOS] = {"NVBIOS", 32 * MIB, "NVC1BIOS"};
+    d[IMG_TYPE_SCMFPGA] = {"SCMFPGA", SCMFPGA_FLASH_SIZE, nullptr};
+    d[IMG_TYPE_PDBFPGA] = {"PDBFPGA", PDBFPGA_FLASH_SIZE, nullptr};
+    d[IMG_TYPE_EROTMCU] = {"EROTMCU", CPLD_FLASH_SIZE, "NUVEROTMCU"};
     return d;
 }();
 
@@ -55,12 +67,14 @@ std::string device_path(uint32_t type) {
     return dir.empty() ? dir : dir + "/device-" + std::to_string(type) + ".bin";
 }
 
-// Reads up to out.size() bytes at offset; returns the count read (short at the file's end).
-size_t read_at(int fd, std::span<uint8_t> out, uint64_t offset) {
+// Reads or writes (transfer: pread or pwrite) bytes at offset until all are done, the file ends
+// or an error stops it; returns the count done.
+template <typename Byte, typename Transfer>
+size_t transfer_at(int fd, std::span<Byte> bytes, uint64_t offset, Transfer transfer) {
     size_t done = 0;
-    while (done < out.size()) {
-        const ssize_t n =
-            ::pread(fd, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
+    while (done < bytes.size()) {
+        const ssize_t n = transfer(fd, bytes.data() + done, bytes.size() - done,
+                                   static_cast<off_t>(offset + done));
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -72,20 +86,13 @@ size_t read_at(int fd, std::span<uint8_t> out, uint64_t offset) {
     return done;
 }
 
+// Reads up to out.size() bytes at offset; returns the count read (short at the file's end).
+size_t read_at(int fd, std::span<uint8_t> out, uint64_t offset) {
+    return transfer_at(fd, out, offset, ::pread);
+}
+
 bool write_at(int fd, std::span<const uint8_t> data, uint64_t offset) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n =
-            ::pwrite(fd, data.data() + done, data.size() - done, static_cast<off_t>(offset + done));
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
+    return transfer_at(fd, data, offset, ::pwrite) == data.size();
 }
 
 // Where byte pos of the BMC image lives in the eMMC device.
@@ -108,17 +115,60 @@ size_t read_bmc(std::span<uint8_t> out) {
     return out.size();
 }
 
+// The file a device is programmed in: the eMMC device for the BMC, else the device's own file,
+// emptied. -1 when it cannot be opened.
+int open_for_programming(uint32_t type) {
+    const bool bmc = type == IMG_TYPE_BMC;
+    const std::string path = bmc ? mmc_device_path(run_root()) : device_path(type);
+    if (path.empty()) {
+        return -1;
+    }
+    return ::open(path.c_str(), bmc ? O_RDWR | O_CLOEXEC : O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC,
+                  DEVICE_FILE_MODE);
+}
+
+// Writes the chunk of the image that starts at byte pos. A chunk of the BMC's image may
+// straddle the two regions.
+bool write_chunk(int fd, bool bmc, std::span<const uint8_t> chunk, uint64_t pos) {
+    if (!bmc) {
+        return write_at(fd, chunk, pos);
+    }
+    const size_t in_first =
+        pos < BMC_REGION1_SIZE ? std::min<size_t>(chunk.size(), BMC_REGION1_SIZE - pos) : 0;
+    return write_at(fd, chunk.first(in_first), bmc_offset(pos)) &&
+           write_at(fd, chunk.subspan(in_first), bmc_offset(pos + in_first));
+}
+
+// The BMC's flash from byte end on is erased: zeros, as holes.
+void erase_bmc_after(int fd, uint64_t end) {
+    const uint64_t bmc_size = BMC_REGION1_SIZE + BMC_REGION2_SIZE;
+    for (uint64_t pos = end; pos < bmc_size;) {
+        const uint64_t region_end = pos < BMC_REGION1_SIZE ? BMC_REGION1_SIZE : bmc_size;
+        ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                    static_cast<off_t>(bmc_offset(pos)), static_cast<off_t>(region_end - pos));
+        pos = region_end;
+    }
+}
+
+// Waits as long as programming n bytes takes at rate bytes per second (0: not at all).
+void pace(size_t n, uint64_t rate) {
+    if (rate != 0) {
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(uint64_t{n} * MICROSECONDS_PER_SECOND / rate));
+    }
+}
+
 } // namespace
 
 const DeviceInfo *device_info(uint32_t type) {
-    if (type >= devices.size() || devices[type].name == nullptr) {
+    if (type >= DEVICES.size() || DEVICES[type].name == nullptr) {
         return nullptr;
     }
-    return &devices[type];
+    return &DEVICES[type];
 }
 
 bool image_authentic(std::span<const uint8_t> image) {
-    return image.size() >= 4 && image[0] == 0x53 && image[1] == 0x00;
+    return image.size() >= sizeof(uint32_t) && load_be32(image.data()) >> 16 == SIGTBL_VERSION;
 }
 
 size_t read_device(uint32_t type, std::span<uint8_t> out) {
@@ -127,7 +177,7 @@ size_t read_device(uint32_t type, std::span<uint8_t> out) {
         return 0;
     }
     out = out.first(std::min<uint64_t>(out.size(), dev->flash_size));
-    if (type == 0) {
+    if (type == IMG_TYPE_BMC) {
         return read_bmc(out);
     }
     const std::string path = device_path(type);
@@ -149,53 +199,26 @@ size_t read_device(uint32_t type, std::span<uint8_t> out) {
 bool program_device(uint32_t type, std::span<const uint8_t> image,
                     void (*written)(void *user, uint64_t done), void *user) {
     const DeviceInfo *dev = device_info(type);
-    if (dev == nullptr) {
-        return false;
-    }
-    image = image.first(std::min<uint64_t>(image.size(), dev->flash_size));
-    const bool bmc = type == 0;
-    const std::string path = bmc ? mmc_device_path(run_root()) : device_path(type);
-    const int fd =
-        path.empty()
-            ? -1
-            : ::open(path.c_str(),
-                     bmc ? O_RDWR | O_CLOEXEC : O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int fd = dev == nullptr ? -1 : open_for_programming(type);
     if (fd < 0) {
         return false;
     }
+    image = image.first(std::min<uint64_t>(image.size(), dev->flash_size));
+    const bool bmc = type == IMG_TYPE_BMC;
     const uint64_t rate = program_rate();
-    const size_t chunk = std::max<size_t>(image.size() / 50, 64 * 1024);
+    const size_t chunk = std::max(image.size() / PROGRAM_STEPS, MIN_CHUNK);
     bool ok = true;
     for (size_t done = 0; ok && done < image.size();) {
         const size_t n = std::min(chunk, image.size() - done);
-        if (bmc) {
-            // A chunk may straddle the two regions.
-            const size_t in_first =
-                done < BMC_REGION1_SIZE ? std::min<size_t>(n, BMC_REGION1_SIZE - done) : 0;
-            ok = write_at(fd, image.subspan(done, in_first), bmc_offset(done)) &&
-                 write_at(fd, image.subspan(done + in_first, n - in_first),
-                          bmc_offset(done + in_first));
-        } else {
-            ok = write_at(fd, image.subspan(done, n), done);
-        }
+        ok = write_chunk(fd, bmc, image.subspan(done, n), done);
         done += n;
         if (written != nullptr) {
             written(user, done);
         }
-        if (rate != 0) {
-            std::this_thread::sleep_for(std::chrono::microseconds(uint64_t{n} * 1000000 / rate));
-        }
+        pace(n, rate);
     }
     if (ok && bmc) {
-        // The rest of the BMC's flash is erased: zeros, as holes.
-        const uint64_t end = image.size();
-        const uint64_t bmc_size = BMC_REGION1_SIZE + BMC_REGION2_SIZE;
-        for (uint64_t pos = end; pos < bmc_size;) {
-            const uint64_t region_end = pos < BMC_REGION1_SIZE ? BMC_REGION1_SIZE : bmc_size;
-            ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                        static_cast<off_t>(bmc_offset(pos)), static_cast<off_t>(region_end - pos));
-            pos = region_end;
-        }
+        erase_bmc_after(fd, image.size());
     }
     ::close(fd);
     return ok;
@@ -204,7 +227,7 @@ bool program_device(uint32_t type, std::span<const uint8_t> image,
 namespace {
 
 std::string copy_key(uint32_t img_id) {
-    return std::to_string((img_id >> 8) & 0xFF) + "-" + std::to_string(img_id & 0xFF);
+    return std::to_string(image_type(img_id)) + "-" + std::to_string(image_slot(img_id));
 }
 
 } // namespace
@@ -212,27 +235,30 @@ std::string copy_key(uint32_t img_id) {
 uint64_t image_digest(std::span<const uint8_t> image) {
     // Four Fletcher-style lanes (a sum of the words, and a sum of those sums, which tells
     // their order) over little-endian 64-bit words: one pass at memory speed.
-    uint64_t a[4] = {1, 2, 3, 4}, b[4] = {};
-    const size_t whole = image.size() / 32 * 32;
+    constexpr size_t LANES = 4;
+    constexpr size_t BLOCK = LANES * sizeof(uint64_t);
+    constexpr uint64_t FNV_OFFSET_BASIS = 0xCBF29CE484222325;
+    constexpr uint64_t FNV_PRIME = 0x100000001B3;
+    uint64_t a[LANES] = {1, 2, 3, 4}, b[LANES] = {};
+    const size_t whole = image.size() / BLOCK * BLOCK;
     auto block = [&](const uint8_t *p) {
-        for (int lane = 0; lane < 4; ++lane) {
+        for (size_t lane = 0; lane < LANES; ++lane) {
             uint64_t word;
-            std::memcpy(&word, p + 8 * lane, 8);
+            std::memcpy(&word, p + lane * sizeof word, sizeof word);
             a[lane] += word;
             b[lane] += a[lane];
         }
     };
-    for (size_t i = 0; i < whole; i += 32) {
+    for (size_t i = 0; i < whole; i += BLOCK) {
         block(image.data() + i);
     }
-    uint8_t tail[32] = {};
+    uint8_t tail[BLOCK] = {};
     std::memcpy(tail, image.data() + whole, image.size() - whole);
     block(tail);
-    constexpr uint64_t PRIME = 0x100000001B3;
-    uint64_t digest = 0xCBF29CE484222325 ^ image.size();
-    for (int lane = 0; lane < 4; ++lane) {
-        digest = (digest ^ a[lane]) * PRIME;
-        digest = (digest ^ b[lane]) * PRIME;
+    uint64_t digest = FNV_OFFSET_BASIS ^ image.size();
+    for (size_t lane = 0; lane < LANES; ++lane) {
+        digest = (digest ^ a[lane]) * FNV_PRIME;
+        digest = (digest ^ b[lane]) * FNV_PRIME;
     }
     return digest;
 }

@@ -1,6 +1,7 @@
 #include "device_identity.hpp"
 
 #include "../state_dir.hpp"
+#include "certificate_der.hpp"
 
 #include <fstream>
 #include <memory>
@@ -15,6 +16,13 @@ namespace {
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using Cert = std::unique_ptr<X509, decltype(&X509_free)>;
 using Bio = std::unique_ptr<BIO, decltype(&BIO_free)>;
+
+// Certificates the emulator issues are valid for twenty years from their making.
+constexpr long CERTIFICATE_LIFETIME_SECONDS = 20L * 365 * 24 * 3600;
+// The stored chain: certificates back to back, each a DER SEQUENCE whose length takes at most
+// three bytes; a rest shorter than a SEQUENCE's header and two bytes is not looked at.
+constexpr size_t CERTIFICATE_LENGTH_BYTES = 3;
+constexpr size_t MIN_CERTIFICATE_SIZE = 4;
 
 std::string state_file(const char *name) {
     const std::string dir = state_dir();
@@ -99,7 +107,7 @@ Cert issue(const std::string &subject_cn, EVP_PKEY *subject_key, const std::stri
     X509_set_version(x, ca ? 2 : 0);
     ASN1_INTEGER_set(X509_get_serialNumber(x), serial);
     X509_gmtime_adj(X509_getm_notBefore(x), 0);
-    X509_gmtime_adj(X509_getm_notAfter(x), 20L * 365 * 24 * 3600);
+    X509_gmtime_adj(X509_getm_notAfter(x), CERTIFICATE_LIFETIME_SECONDS);
     add_name(X509_get_subject_name(x), "CN", subject_cn);
     add_name(X509_get_issuer_name(x), "CN", issuer_cn);
     X509_set_pubkey(x, subject_key);
@@ -109,15 +117,21 @@ Cert issue(const std::string &subject_cn, EVP_PKEY *subject_key, const std::stri
     return cert;
 }
 
-std::vector<uint8_t> der_of(X509 *cert) {
+// The DER form of an object as its OpenSSL i2d function gives it; empty when it cannot.
+template <typename Object, typename Encode>
+std::vector<uint8_t> der_by(Object *object, Encode encode) {
     unsigned char *der = nullptr;
-    const int n = i2d_X509(cert, &der);
+    const int n = encode(object, &der);
     if (n <= 0) {
         return {};
     }
     std::vector<uint8_t> out(der, der + n);
     OPENSSL_free(der);
     return out;
+}
+
+std::vector<uint8_t> der_of(X509 *cert) {
+    return der_by(cert, i2d_X509);
 }
 
 std::vector<std::vector<uint8_t>> make_chain() {
@@ -217,14 +231,7 @@ std::vector<uint8_t> make_csr(const std::string &subject) {
     if (X509_REQ_sign(req.get(), key.get(), EVP_sha256()) <= 0) {
         return {};
     }
-    unsigned char *der = nullptr;
-    const int n = i2d_X509_REQ(req.get(), &der);
-    if (n <= 0) {
-        return {};
-    }
-    std::vector<uint8_t> out(der, der + n);
-    OPENSSL_free(der);
-    return out;
+    return der_by(req.get(), i2d_X509_REQ);
 }
 
 std::vector<std::vector<uint8_t>> chain_certificates() {
@@ -245,27 +252,17 @@ std::vector<std::vector<uint8_t>> chain_certificates() {
         return certs;
     }
     // Split the stored chain at each certificate's outer length.
-    const auto *p = reinterpret_cast<const uint8_t *>(stored.data());
+    const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t *>(stored.data()),
+                                         stored.size());
     size_t off = 0;
-    while (off + 4 <= stored.size() && p[off] == 0x30) {
-        size_t len = 0, head = 2;
-        if (p[off + 1] < 0x80) {
-            len = p[off + 1];
-        } else {
-            const size_t k = p[off + 1] & 0x7F;
-            if (k > 3 || off + 2 + k > stored.size()) {
-                break;
-            }
-            for (size_t i = 0; i < k; ++i) {
-                len = (len << 8) | p[off + 2 + i];
-            }
-            head += k;
-        }
-        if (off + head + len > stored.size()) {
+    while (off + MIN_CERTIFICATE_SIZE <= bytes.size()) {
+        const size_t size = der::sequence_size(bytes.subspan(off), CERTIFICATE_LENGTH_BYTES);
+        if (size == 0) {
             break;
         }
-        certs.emplace_back(p + off, p + off + head + len);
-        off += head + len;
+        certs.emplace_back(bytes.begin() + static_cast<ptrdiff_t>(off),
+                           bytes.begin() + static_cast<ptrdiff_t>(off + size));
+        off += size;
     }
     return certs;
 }

@@ -12,6 +12,10 @@
 namespace karst::emu {
 namespace {
 
+// The characters a subject may hold: printable ASCII.
+constexpr char FIRST_PRINTABLE = 0x20;
+constexpr char LAST_PRINTABLE = 0x7E;
+
 // The subject text: up to the first zero byte, without trailing line ends or blanks.
 std::string subject_text(std::span<const uint8_t> input) {
     std::string text(input.begin(), input.end());
@@ -42,7 +46,7 @@ bool valid_subject(const std::string &text) {
         const std::string field = part.substr(0, eq);
         const std::string value = part.substr(eq + 1);
         for (char c : part) {
-            if (c < 0x20 || c > 0x7E) {
+            if (c < FIRST_PRINTABLE || c > LAST_PRINTABLE) {
                 return false;
             }
         }

@@ -20,7 +20,15 @@ struct DeviceInfo {
     const char *progress; // name in "/tmp/fw-update-<name>.out", or null
 };
 
-// The device of an image type (bits 15..8 of an image word), or null.
+// An image word: the image type in bits 15..8, the slot in bits 7..0.
+constexpr uint32_t image_type(uint32_t img_id) {
+    return (img_id >> 8) & 0xFF;
+}
+constexpr uint32_t image_slot(uint32_t img_id) {
+    return img_id & 0xFF;
+}
+
+// The device of an image type, or null.
 const DeviceInfo *device_info(uint32_t type);
 
 // The authentication rule: an image is authentic when it begins with a signature table, that

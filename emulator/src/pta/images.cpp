@@ -1,20 +1,19 @@
 // Image commands: authenticate (0), upload (1), update (2), dump (3), delete (10) and
 // authenticate with a key data block (31).
 #include "application.hpp"
+#include "byte_order.hpp"
+#include "datablk_reader.hpp"
 #include "image_model.hpp"
+#include "karst.h"
 #include "progress_writer.hpp"
 
 #include "../state_dir.hpp"
 
-#include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace karst::emu {
 namespace {
-
-uint32_t type_of(uint32_t img_id) {
-    return (img_id >> 8) & 0xFF;
-}
 
 // Value (image word, flags) and the image as input memory.
 bool image_params(Params &params) {
@@ -25,65 +24,52 @@ std::span<const uint8_t> image_of(Params &params, size_t index) {
     return {params[index].memory.data(), params[index].memory.size()};
 }
 
-// The firmware data block: magic "DBRT" at offset 4, the image word under "fw_img".
-constexpr uint32_t DATABLK_MAGIC_FW = 0x54524244;
-constexpr size_t DATABLK_HEADER = 16;
+// The firmware data block (datablk_reader.hpp), the image word in its 4-byte "fw_img" value.
+constexpr std::string_view IMAGE_WORD_NAME = "fw_img";
+// The most bytes a value's length is given in.
+constexpr size_t MAX_LENGTH_BYTES = 3;
 
-uint32_t le32(const uint8_t *p) {
-    return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
-uint32_t be32(const uint8_t *p) {
-    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-
-uint32_t crc32(const uint8_t *data, size_t size) {
-    uint32_t crc = 0xFFFFFFFF;
-    for (size_t i = 0; i < size; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc >> 1) ^ (0xEDB88320 & (0u - (crc & 1)));
-        }
-    }
-    return ~crc;
-}
-
-// Checks the block's header and CRC and finds the 4-byte "fw_img" value. False for a block the
-// application does not accept.
-bool firmware_block_image(std::span<const uint8_t> blk, uint32_t &img_id) {
-    if (blk.size() <= DATABLK_HEADER || le32(&blk[4]) != DATABLK_MAGIC_FW) {
-        return false;
-    }
-    const uint32_t max_len = be32(&blk[12]);
-    if (max_len != blk.size() - DATABLK_HEADER ||
-        crc32(blk.data() + 4, max_len + 12) != le32(&blk[0])) {
-        return false;
-    }
-    const std::span<const uint8_t> data = blk.subspan(DATABLK_HEADER);
+// Finds the image word in the block's records. The walk stops at the first zero tag or length
+// byte, and at the image word; what lies behind it is not looked at.
+bool image_word_of(std::span<const uint8_t> data, uint32_t &img_id) {
     size_t pos = 0;
     while (pos + 2 <= data.size() && data[pos] != 0 && data[pos + 1] != 0) {
         const size_t name_len = data[pos + 1];
         const size_t value_hdr = pos + 2 + name_len;
         if (value_hdr + 2 > data.size() || data[value_hdr] == 0 || data[value_hdr + 1] == 0 ||
-            data[value_hdr + 1] > 3 || value_hdr + 2 + data[value_hdr + 1] > data.size()) {
+            data[value_hdr + 1] > MAX_LENGTH_BYTES ||
+            value_hdr + 2 + data[value_hdr + 1] > data.size()) {
             return false;
         }
         const size_t n = data[value_hdr + 1];
-        size_t value_len = 0;
-        for (size_t i = 0; i < n; ++i) {
-            value_len = value_len << 8 | data[value_hdr + 2 + i];
-        }
+        const size_t value_len = load_be(&data[value_hdr + 2], n);
         const size_t value = value_hdr + 2 + n;
         if (value_len > data.size() - value) {
             return false;
         }
-        if (name_len == 6 && std::memcmp(data.data() + pos + 2, "fw_img", 6) == 0 &&
-            value_len == 4) {
-            img_id = le32(&data[value]);
+        const std::string_view name(reinterpret_cast<const char *>(&data[pos + 2]), name_len);
+        if (name == IMAGE_WORD_NAME && value_len == sizeof img_id) {
+            img_id = load_le32(&data[value]);
             return true;
         }
         pos = value + value_len;
     }
     return false;
+}
+
+// Checks the block's header and CRC and finds its image word. False for a block the
+// application does not accept.
+bool firmware_block_image(std::span<const uint8_t> blk, uint32_t &img_id) {
+    if (blk.size() <= datablk::HEADER_SIZE) {
+        return false;
+    }
+    const datablk::Header header = datablk::header_of(blk);
+    if (header.magic != datablk::MAGIC_FW ||
+        header.data_length != blk.size() - datablk::HEADER_SIZE ||
+        !datablk::crc_holds(blk, header)) {
+        return false;
+    }
+    return image_word_of(blk.subspan(datablk::HEADER_SIZE), img_id);
 }
 
 void progress_advance(void *writer, uint64_t done) {
@@ -96,7 +82,7 @@ TEEC_Result image_auth(Params &params) {
     if (!image_params(params)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
-    if (device_info(type_of(params[0].value.a)) == nullptr) {
+    if (device_info(image_type(params[0].value.a)) == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     return image_authentic(image_of(params, 1)) ? TEEC_SUCCESS : TEEC_ERROR_SECURITY;
@@ -107,7 +93,7 @@ TEEC_Result image_upload(Params &params) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     const uint32_t img_id = params[0].value.a;
-    if (device_info(type_of(img_id)) == nullptr || (img_id & 0xFF) > 14) {
+    if (device_info(image_type(img_id)) == nullptr || image_slot(img_id) >= IMG_IDX_COUNT) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     return store_copy(img_id, image_of(params, 1)) ? TEEC_SUCCESS
@@ -118,7 +104,7 @@ TEEC_Result image_update(Params &params) {
     if (!image_params(params)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
-    const uint32_t type = type_of(params[0].value.a);
+    const uint32_t type = image_type(params[0].value.a);
     const DeviceInfo *dev = device_info(type);
     if (dev == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
@@ -145,7 +131,7 @@ TEEC_Result image_dump(Params &params) {
         !params.are(Kind::value_in, Kind::mem_inout)) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
-    const uint32_t type = type_of(params[0].value.a);
+    const uint32_t type = image_type(params[0].value.a);
     if (device_info(type) == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
@@ -158,7 +144,7 @@ TEEC_Result image_delete(Params &params) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     const uint32_t img_id = params[0].value.a;
-    if (device_info(type_of(img_id)) == nullptr) {
+    if (device_info(image_type(img_id)) == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     return delete_copy(img_id) ? TEEC_SUCCESS : TEEC_ERROR_STORAGE_NOT_AVAILABLE;
@@ -172,7 +158,7 @@ TEEC_Result image_auth_dblk(Params &params) {
     if (!firmware_block_image(image_of(params, 0), img_id)) {
         return TEEC_ERROR_BAD_FORMAT;
     }
-    if (device_info(type_of(img_id)) == nullptr) {
+    if (device_info(image_type(img_id)) == nullptr) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
     return image_authentic(image_of(params, 1)) ? TEEC_SUCCESS : TEEC_ERROR_SECURITY;

@@ -16,18 +16,33 @@ bool valid_name(const std::string &name) {
     return !name.empty();
 }
 
+// A get or a set: the name from parameter 0 (parameter 1 of kind value) and the inventory,
+// loaded; result says whether both are there.
+struct Request {
+    std::string name;
+    KvStore inventory{INVENTORY_STATE};
+    TEEC_Result result = TEEC_SUCCESS;
+};
+
+Request request_of(Params &params, Kind value) {
+    Request request;
+    if (!params.are(Kind::mem_in, value) || !params[0].text(request.name) ||
+        !valid_name(request.name)) {
+        request.result = TEEC_ERROR_BAD_PARAMETERS;
+    } else if (!request.inventory.load()) {
+        request.result = TEEC_ERROR_STORAGE_NOT_AVAILABLE;
+    }
+    return request;
+}
+
 } // namespace
 
 TEEC_Result inventory_get(Params &params) {
-    std::string name;
-    if (!params.are(Kind::mem_in, Kind::mem_out) || !params[0].text(name) || !valid_name(name)) {
-        return TEEC_ERROR_BAD_PARAMETERS;
+    const Request request = request_of(params, Kind::mem_out);
+    if (request.result != TEEC_SUCCESS) {
+        return request.result;
     }
-    KvStore inventory(INVENTORY_STATE);
-    if (!inventory.load()) {
-        return TEEC_ERROR_STORAGE_NOT_AVAILABLE;
-    }
-    const auto value = inventory.get(name);
+    const auto value = request.inventory.get(request.name);
     if (!value) {
         return TEEC_ERROR_ITEM_NOT_FOUND;
     }
@@ -39,17 +54,14 @@ TEEC_Result inventory_get(Params &params) {
 }
 
 TEEC_Result inventory_set(Params &params) {
-    std::string name;
-    if (!params.are(Kind::mem_in, Kind::mem_in) || !params[0].text(name) || !valid_name(name)) {
-        return TEEC_ERROR_BAD_PARAMETERS;
-    }
-    KvStore inventory(INVENTORY_STATE);
-    if (!inventory.load()) {
-        return TEEC_ERROR_STORAGE_NOT_AVAILABLE;
+    Request request = request_of(params, Kind::mem_in);
+    if (request.result != TEEC_SUCCESS) {
+        return request.result;
     }
     const auto &bytes = params[1].memory;
-    inventory.set(name, std::string(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
-    return inventory.save() ? TEEC_SUCCESS : TEEC_ERROR_STORAGE_NOT_AVAILABLE;
+    request.inventory.set(request.name,
+                          std::string(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
+    return request.inventory.save() ? TEEC_SUCCESS : TEEC_ERROR_STORAGE_NOT_AVAILABLE;
 }
 
 } // namespace karst::emu

@@ -6,13 +6,20 @@
 // word-aligned addresses are mapped: an unaligned start answers TEEC_ERROR_BAD_PARAMETERS. A
 // count of 0 writes nothing.
 #include "application.hpp"
+#include "byte_order.hpp"
 
 #include <cstring>
 
 namespace karst::emu {
+namespace {
+
+// What every register's address is XORed with to give its contents.
+constexpr uint32_t REGISTER_PATTERN = 0x5EC0DE00;
+
+} // namespace
 
 uint32_t secure_register(uint32_t address) {
-    return address ^ 0x5EC0DE00u;
+    return address ^ REGISTER_PATTERN;
 }
 
 TEEC_Result memreg_get(Params &params) {
@@ -21,10 +28,7 @@ TEEC_Result memreg_get(Params &params) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }
     const uint32_t count = params[0].value.a;
-    const uint8_t *in = params[1].memory.data();
-    const uint32_t address = static_cast<uint32_t>(in[0]) | static_cast<uint32_t>(in[1]) << 8 |
-                             static_cast<uint32_t>(in[2]) << 16 |
-                             static_cast<uint32_t>(in[3]) << 24;
+    const uint32_t address = load_le32(params[1].memory.data());
     if (address % 4 != 0) {
         return TEEC_ERROR_BAD_PARAMETERS;
     }

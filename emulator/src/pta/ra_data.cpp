@@ -1,5 +1,6 @@
 #include "ra_data.hpp"
 
+#include "certificate_der.hpp"
 #include "device_identity.hpp"
 
 #include <cstdio>
@@ -22,24 +23,8 @@ std::string hex(std::span<const uint8_t> bytes) {
     return out;
 }
 
-// The length of a DER SEQUENCE at the start of bytes, header included; 0 if there is none.
-size_t der_length(std::span<const uint8_t> bytes) {
-    if (bytes.size() < 2 || bytes[0] != 0x30) {
-        return 0;
-    }
-    if (bytes[1] < 0x80) {
-        return 2u + bytes[1];
-    }
-    const size_t k = bytes[1] & 0x7F;
-    if (k == 0 || k > 2 || bytes.size() < 2 + k) {
-        return 0;
-    }
-    size_t len = 0;
-    for (size_t i = 0; i < k; ++i) {
-        len = (len << 8) | bytes[2 + i];
-    }
-    return 2 + k + len <= bytes.size() ? 2 + k + len : 0;
-}
+// The most bytes the length of a signature is given in.
+constexpr size_t SIGNATURE_LENGTH_BYTES = 2;
 
 } // namespace
 
@@ -66,7 +51,7 @@ TEEC_Result check(std::span<const uint8_t> data, std::span<const uint8_t> signat
     if (data.size() < magic_len || std::memcmp(data.data(), MAGIC, magic_len) != 0) {
         return RA_REJECTED;
     }
-    const size_t sig_len = der_length(signature);
+    const size_t sig_len = der::sequence_size(signature, SIGNATURE_LENGTH_BYTES);
     if (sig_len == 0 || !identity::verify(data, signature.first(sig_len))) {
         return RA_REJECTED;
     }

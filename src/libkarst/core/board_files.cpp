@@ -13,6 +13,9 @@ namespace {
 constexpr int DIRECTORY_FLAGS = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int FILE_FLAGS = O_NOFOLLOW | O_CLOEXEC | O_NOCTTY;
 constexpr mode_t GROUP_OTHER_WRITE = S_IWGRP | S_IWOTH;
+// Directories are made as mkdir(1) makes them, the umask applying; a mode's permission bits.
+constexpr mode_t NEW_DIRECTORY_MODE = 0777;
+constexpr mode_t PERMISSION_BITS = 07777;
 constexpr std::size_t COPY_CHUNK = 65536;
 
 bool owner_ok(uid_t owner, uid_t euid) {
@@ -80,6 +83,14 @@ Parent open_parent(const Use &use) {
         dir = std::move(next);
         rest = rest.substr(slash + 1);
     }
+}
+
+// An opening of a board path: its one acquisition for failure injection, then its parent.
+Parent enter(const Use &use) {
+    if (injected()) {
+        return {not_opened(), {}};
+    }
+    return open_parent(use);
 }
 
 // Checks what was opened; the descriptor then blocks again unless asked not to.
@@ -191,11 +202,8 @@ bool program_ok(std::string_view board_path, log::Site site) {
 }
 
 Opened create_file(std::string_view board_path, mode_t mode, int flags, log::Site site) {
-    if (injected()) {
-        return not_opened();
-    }
     const Use use{board_path, site};
-    Parent parent = open_parent(use);
+    Parent parent = enter(use);
     if (!parent.dir) {
         return std::move(parent.dir);
     }
@@ -237,7 +245,7 @@ Found copy_into(std::string_view board_path, int source_fd, log::Site site) {
         copied = got > 0 && ::write(out.get(), chunk, static_cast<std::size_t>(got)) == got;
     }
     const std::string from = platform_path(temporary);
-    if (!copied || ::fsync(out.get()) != 0 ||
+    if (!copied || ::fsync(out.get()) != 0 || ::close(out.fd.release()) != 0 ||
         ::rename(from.c_str(), platform_path(board_path).c_str()) != 0) {
         const bool directory = errno == EISDIR;
         ::unlink(from.c_str());
@@ -248,11 +256,8 @@ Found copy_into(std::string_view board_path, int source_fd, log::Site site) {
 }
 
 Opened open_directory(std::string_view board_dir, log::Site site) {
-    if (injected()) {
-        return not_opened();
-    }
     const Use use{board_dir, site};
-    Parent parent = open_parent(use);
+    Parent parent = enter(use);
     if (!parent.dir) {
         return std::move(parent.dir);
     }
@@ -260,15 +265,12 @@ Opened open_directory(std::string_view board_dir, log::Site site) {
 }
 
 Opened make_directory(std::string_view board_dir, log::Site site) {
-    if (injected()) {
-        return not_opened();
-    }
     const Use use{board_dir, site};
-    Parent parent = open_parent(use);
+    Parent parent = enter(use);
     if (!parent.dir) {
         return std::move(parent.dir);
     }
-    if (::mkdirat(parent.dir.get(), parent.leaf.c_str(), 0777) != 0) {
+    if (::mkdirat(parent.dir.get(), parent.leaf.c_str(), NEW_DIRECTORY_MODE) != 0) {
         if (errno != EEXIST) {
             return not_opened();
         }
@@ -281,7 +283,7 @@ Opened make_directory(std::string_view board_dir, log::Site site) {
         return not_opened();
     }
     if ((st.st_mode & GROUP_OTHER_WRITE) != 0 &&
-        ::fchmod(fd.get(), st.st_mode & 07777 & ~GROUP_OTHER_WRITE) != 0) {
+        ::fchmod(fd.get(), st.st_mode & PERMISSION_BITS & ~GROUP_OTHER_WRITE) != 0) {
         return not_opened();
     }
     return checked_directory(std::move(fd), use);

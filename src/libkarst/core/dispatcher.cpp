@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 
 extern "C" {
@@ -17,8 +18,10 @@ namespace {
 
 using Block = uintptr_t *;
 
+// A pointer that the caller stored in a word of the block (pta20_args takes it as uintptr_t).
 template <typename T> T *address(uintptr_t word) {
-    return reinterpret_cast<T *>(word);
+    static_assert(sizeof(T *) == sizeof word);
+    return std::bit_cast<T *>(word);
 }
 
 // First level: routines that take their words straight from the block (numbers 0 to 34).
@@ -27,13 +30,13 @@ constexpr uint32_t FIRST_LEVEL_LAST = 34;
 
 // The image commands take word 0 (image word), word 1 (flags), word 4 (buffer or path) and
 // word 3 (length).
-template <int (*routine)(uint32_t, uint32_t, uint32_t, void *, uint32_t)>
+template <int (*Routine)(uint32_t, uint32_t, uint32_t, void *, uint32_t)>
 int image_command(uint32_t number, Block b) {
-    return routine(number, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
+    return Routine(number, static_cast<uint32_t>(b[0]), static_cast<uint32_t>(b[1]),
                    address<void>(b[4]), static_cast<uint32_t>(b[3]));
 }
 
-constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> first_level = [] {
+constexpr std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> FIRST_LEVEL = [] {
     std::array<FirstLevelRoutine, FIRST_LEVEL_LAST + 1> t{};
     t[PTA_DALU_CMD_FW_AUTH] = image_command<pta_invoke_fw_auth>;
     t[PTA_DALU_CMD_FW_UPLOAD] = image_command<pta_invoke_fw_upload>;
@@ -108,7 +111,7 @@ using SecondLevelRoutine = int (*)(uint32_t number, uintptr_t word1, uintptr_t w
 constexpr uint32_t SECOND_LEVEL_FIRST = 4;
 constexpr uint32_t SECOND_LEVEL_COUNT = 12;
 
-constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> second_level = [] {
+constexpr std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> SECOND_LEVEL = [] {
     std::array<SecondLevelRoutine, SECOND_LEVEL_COUNT> t{};
     auto at = [&t](uint32_t number) -> SecondLevelRoutine & {
         return t[number - SECOND_LEVEL_FIRST];
@@ -155,8 +158,8 @@ extern "C" void pta20_args(uintptr_t *block, uintptr_t a1, uintptr_t a2, uintptr
 }
 
 extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) try {
-    if (number <= FIRST_LEVEL_LAST && first_level[number] != nullptr) {
-        return first_level[number](number, block);
+    if (number <= FIRST_LEVEL_LAST && FIRST_LEVEL[number] != nullptr) {
+        return FIRST_LEVEL[number](number, block);
     }
     return pta_invoke_cmd_default(number, block[1], block[4]);
 } catch (...) {
@@ -165,8 +168,8 @@ extern "C" int pta_invoke_cmd(uint32_t number, uintptr_t *block) try {
 
 extern "C" int pta_invoke_cmd_default(uint32_t number, uintptr_t word1, uintptr_t word4) try {
     const uint32_t index = number - SECOND_LEVEL_FIRST; // unsigned: below 4 wraps far above 11
-    if (index < SECOND_LEVEL_COUNT && second_level[index] != nullptr) {
-        return second_level[index](number, word1, word4);
+    if (index < SECOND_LEVEL_COUNT && SECOND_LEVEL[index] != nullptr) {
+        return SECOND_LEVEL[index](number, word1, word4);
     }
     return -1;
 } catch (...) {

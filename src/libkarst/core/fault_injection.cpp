@@ -5,7 +5,7 @@
 namespace karst::fault {
 namespace {
 
-constexpr int KINDS = static_cast<int>(Kind::count_);
+constexpr int KINDS = static_cast<int>(Kind::count);
 
 std::atomic<int> g_kind{-1}; // armed kind, -1 when disarmed
 std::atomic<std::size_t> g_nth{0};

@@ -17,7 +17,7 @@ enum class Kind : int {
     thread,
     shared_memory,
     invoke,
-    count_
+    count // how many kinds there are; not a kind
 };
 
 #if defined(KARST_FAULT_INJECTION)

@@ -97,7 +97,7 @@ bool same_file(const char *a, const char *b) {
 }
 
 int write_secret_file(const char *path, const void *data, uint32_t size) {
-    const Fd fd = board::create_fresh(path, board::SECRET_FILE_MODE);
+    Fd fd = board::create_fresh(path, board::SECRET_FILE_MODE);
     if (!fd) {
         KARST_E_AS("writebin", "Failed to open file:%s\n", path);
         return -1;
@@ -113,7 +113,7 @@ int write_secret_file(const char *path, const void *data, uint32_t size) {
         }
         done += static_cast<uint32_t>(n);
     }
-    return 0;
+    return ::close(fd.release()) == 0 ? 0 : -1;
 }
 
 } // namespace karst
@@ -135,8 +135,9 @@ extern "C" int writebin(const char *path, const void *buffer, uint32_t size) try
         KARST_E("Failed to open file:%s\n", path);
         return -1;
     }
-    if (size > 0) {
-        std::fwrite(buffer, size, 1, file.get());
+    const bool written = size == 0 || std::fwrite(buffer, size, 1, file.get()) == 1;
+    if (!file.close() || !written) {
+        return 0; // the interface keeps a failed write's result at 0
     }
     return 0;
 } catch (...) {

@@ -17,6 +17,15 @@ __attribute__((format(printf, 4, 0))) void emit(char tag, const char *func, int 
     funlockfile(stdout);
 }
 
+// "[func]", then separator, then the message, as one line.
+__attribute__((format(printf, 3, 0))) void emit_named(const char *func, const char *separator,
+                                                      const char *fmt, va_list ap) {
+    flockfile(stdout);
+    std::printf("[%s]%s", func, separator);
+    std::vprintf(fmt, ap);
+    funlockfile(stdout);
+}
+
 } // namespace
 
 void error(const char *func, int line, const char *fmt, ...) {
@@ -36,20 +45,14 @@ void info(const char *func, int line, const char *fmt, ...) {
 void named(const char *func, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    flockfile(stdout);
-    std::printf("[%s] ", func);
-    std::vprintf(fmt, ap);
-    funlockfile(stdout);
+    emit_named(func, " ", fmt, ap);
     va_end(ap);
 }
 
 void named_joined(const char *func, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    flockfile(stdout);
-    std::printf("[%s]", func);
-    std::vprintf(fmt, ap);
-    funlockfile(stdout);
+    emit_named(func, "", fmt, ap);
     va_end(ap);
 }
 

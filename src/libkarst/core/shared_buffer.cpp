@@ -43,8 +43,11 @@ void SharedRegion::release() {
 }
 
 void Operation::set_type(int index, std::uint32_t type) {
-    const unsigned shift = static_cast<unsigned>(index) * 4;
-    op_.paramTypes = (op_.paramTypes & ~(0xFu << shift)) | (type << shift);
+    // paramTypes: four bits per parameter, the first parameter's lowest.
+    constexpr unsigned TYPE_BITS = 4;
+    constexpr std::uint32_t TYPE_MASK = 0xF;
+    const unsigned shift = static_cast<unsigned>(index) * TYPE_BITS;
+    op_.paramTypes = (op_.paramTypes & ~(TYPE_MASK << shift)) | (type << shift);
 }
 
 Operation &Operation::whole(int index, TEEC_SharedMemory *record) {

@@ -9,8 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace karst::shell {
 
 namespace {
@@ -48,6 +46,11 @@ std::string quote(std::string_view text) {
 
 namespace {
 
+// The child's status when the shell cannot be run, as a shell answers a command it cannot run.
+constexpr int SHELL_NOT_RUN = 127;
+// Where the descriptor limit is unknown or higher, the child closes descriptors below this.
+constexpr rlim_t DESCRIPTOR_LIMIT = 65536;
+
 // In the child, between fork and exec: only async-signal-safe calls. Every descriptor above
 // standard error is closed (the library's files, and the TEE client library's device, which it
 // may have opened without close-on-exec), and no signal stays blocked.
@@ -65,14 +68,14 @@ namespace {
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
     const char *argv[] = {"sh", "-c", command_line, nullptr};
     ::execve("/bin/sh", const_cast<char *const *>(argv), environ);
-    ::_exit(127);
+    ::_exit(SHELL_NOT_RUN);
 }
 
 int highest_descriptor() {
     struct rlimit limit {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
-        limit.rlim_cur > 65536) {
-        return 65535;
+        limit.rlim_cur > DESCRIPTOR_LIMIT) {
+        return static_cast<int>(DESCRIPTOR_LIMIT) - 1;
     }
     return static_cast<int>(limit.rlim_cur) - 1;
 }
