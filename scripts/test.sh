@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The whole test suite: a normal build; an AddressSanitizer + UndefinedBehaviorSanitizer build
+# The whole test suite: a normal build with clang-tidy over its sources; an AddressSanitizer + UndefinedBehaviorSanitizer build
 # with leaks counted as failures; the threaded tests under ThreadSanitizer; each fuzz target for
 # 20 seconds; and the 32-bit ARM build, run under qemu-arm.
 set -euo pipefail
@@ -27,6 +27,8 @@ run_suite() {
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
 scripts/check_install.sh build/host
+echo "==== tidy"
+scripts/tidy.sh build/host
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
