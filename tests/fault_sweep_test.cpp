@@ -28,6 +28,9 @@ const std::vector<int> CLIENT_OR_GOES_ON = {-1, 0, REGISTRATION_FAILED, INVOKE_F
 // Certificate authentication: 1 for any failure of the secure world's step.
 const std::vector<int> AUTHENTICATION = {-1, 1};
 
+// A routine that passes the client's code on, called in a session of its own.
+#define SWEEP_CLIENT(routine, ...) SWEEP_IN_SESSION(routine, __VA_ARGS__).failing(CLIENT)
+
 class FaultSweepTest : public KarstTest {};
 
 // Routines that take their text as char *: a fresh copy for each call.
@@ -112,9 +115,9 @@ TEST_F(FaultSweepTest, Images) {
         SWEEP(pta20_img_update, 0x0201, IMG_FLAG_BACKUP | IMG_FLAG_EVIDENCE, nullptr, 0)
             .failing(CLIENT),
         SWEEP_IN_SESSION(pta_invoke_fw_auth, 0, 0x0201, IMG_SRC_BUFFER, buf, n),
-        SWEEP_IN_SESSION(pta_invoke_fw_upload, 1, 0x0201, IMG_SRC_BUFFER, buf, n).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_fw_update, 2, 0x0201, IMG_SRC_BUFFER, buf, n).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_fw_dump, 3, 0x0202, 0, nullptr, 0x3000).failing(CLIENT),
+        SWEEP_CLIENT(pta_invoke_fw_upload, 1, 0x0201, IMG_SRC_BUFFER, buf, n),
+        SWEEP_CLIENT(pta_invoke_fw_update, 2, 0x0201, IMG_SRC_BUFFER, buf, n),
+        SWEEP_CLIENT(pta_invoke_fw_dump, 3, 0x0202, 0, nullptr, 0x3000),
         SWEEP_IN_SESSION(pta_invoke_fw_delete, 10, 0x0201, 0, nullptr),
         // The key block is made, then its format byte set, so its first store finds the CRC
         // stale (and stores a fresh one): by design.
@@ -177,17 +180,17 @@ TEST_F(FaultSweepTest, Attestation) {
     sweep_each({
         SWEEP(pta20_att_dump, "abc123", where, sizeof where).failing(GOES_ON),
         SWEEP_IN_SESSION(pta_invoke_att_dump, 12, "abc", nullptr, 0).failing(CLIENT_OR_GOES_ON),
-        SWEEP_IN_SESSION(_pta_invoke_att_dump, 12, "abc", nullptr, 0, nullptr, 0).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_blk_get, 16, 1, 2, "name").failing(CLIENT),
+        SWEEP_CLIENT(_pta_invoke_att_dump, 12, "abc", nullptr, 0, nullptr, 0),
+        SWEEP_CLIENT(pta_invoke_blk_get, 16, 1, 2, "name"),
         SWEEP(pta20_get_cert, 4, buf, &size).prepared(reset_size),
         SWEEP_IN_SESSION(pta_invoke_dalu_get_certificate, 34, 4, buf, &size)
             .prepared(reset_size)
             .failing(not_found),
         SWEEP(pta20_prov_query, 0),
         SWEEP_IN_SESSION(pta_invoke_prov_query, 22, 0, nullptr, 0),
-        SWEEP_IN_SESSION(_pta_invoke_prov_query, 22, 0, status, sizeof status).failing(CLIENT),
+        SWEEP_CLIENT(_pta_invoke_prov_query, 22, 0, status, sizeof status),
         SWEEP(pta20_ra_refresh, nullptr, 0),
-        SWEEP_IN_SESSION(pta_invoke_ra_refresh, 26, nullptr, 0).failing(CLIENT),
+        SWEEP_CLIENT(pta_invoke_ra_refresh, 26, nullptr, 0),
     });
 }
 
@@ -220,24 +223,20 @@ TEST_F(FaultSweepTest, CertificatesAndSigning) {
         SWEEP(pta20_crt_replace, 5, leaf_file, 0),
         SWEEP(pta20_crt_replace_import, nullptr, leaf, leaf_len, 1),
         SWEEP(pta20_ra_crt_replace_import, nullptr, leaf, leaf_len, 0).failing(CLIENT_OR_GOES_ON),
-        SWEEP_IN_SESSION(pta_invoke_replace_crt, 11, 1, nullptr, 0, leaf_file, nullptr, 0)
-            .failing(CLIENT),
+        SWEEP_CLIENT(pta_invoke_replace_crt, 11, 1, nullptr, 0, leaf_file, nullptr, 0),
         SWEEP_IN_SESSION(pta_invoke_replace_ra_crt, 27, 1, nullptr, 0, leaf_file, nullptr, 0)
             .failing(CLIENT_OR_GOES_ON),
-        SWEEP_IN_SESSION(pta_invoke_replace_crt_import, "uri", leaf, leaf_len, 0).failing(CLIENT),
+        SWEEP_CLIENT(pta_invoke_replace_crt_import, "uri", leaf, leaf_len, 0),
         SWEEP_IN_SESSION(pta_invoke_replace_ra_crt_import, "uri", leaf, leaf_len, 0)
             .failing(CLIENT_OR_GOES_ON),
         SWEEP(pta20_gen_csr_import, csr.c_str(), "CN=device", 9),
-        SWEEP_IN_SESSION(pta_invoke_gen_csr_import, csr.c_str(), "CN=device", 9).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_gen_csr, 13, csr.c_str(), nullptr, 0, subject.c_str())
-            .failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_att_sign, 14, 0, data.c_str()).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_att_verify, 15, signature.data())
-            .failing(CLIENT)
-            .prepared(sign),
+        SWEEP_CLIENT(pta_invoke_gen_csr_import, csr.c_str(), "CN=device", 9),
+        SWEEP_CLIENT(pta_invoke_gen_csr, 13, csr.c_str(), nullptr, 0, subject.c_str()),
+        SWEEP_CLIENT(pta_invoke_att_sign, 14, 0, data.c_str()),
+        SWEEP_CLIENT(pta_invoke_att_verify, 15, signature.data()).prepared(sign),
         SWEEP(pta20_att_security_validate, 1),
-        SWEEP_IN_SESSION(pta_invoke_att_validate, 24, 1).failing(CLIENT),
-        SWEEP_IN_SESSION(pta_invoke_blk_verify, 17, block.c_str()).failing(CLIENT),
+        SWEEP_CLIENT(pta_invoke_att_validate, 24, 1),
+        SWEEP_CLIENT(pta_invoke_blk_verify, 17, block.c_str()),
         SWEEP(pta20_auth_certs, words).failing(AUTHENTICATION),
         SWEEP_IN_SESSION(pta_invoke_auth_certs, 30, leaf_file, c.ca_path.c_str())
             .failing(AUTHENTICATION),
@@ -251,6 +250,7 @@ int otp(const std::string &line) {
     std::istringstream in(line);
     std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     std::vector<char *> argv;
+    argv.reserve(words.size());
     for (std::string &w : words) {
         argv.push_back(w.data());
     }
@@ -270,13 +270,12 @@ TEST_F(FaultSweepTest, Otp) {
     };
     sweep_each({
         SWEEP(pta_invoke_otp_get_key, 20, 3, key, 32),
-        SWEEP_IN_SESSION(__pta_invoke_otp_get_key, 20, 3, key, 32).failing(CLIENT),
+        SWEEP_CLIENT(__pta_invoke_otp_get_key, 20, 3, key, 32),
         SWEEP(pta_invoke_otp_prog_usr, 21, offset++, &byte, 1),
-        SWEEP_IN_SESSION(__pta_invoke_otp_prog_usr, 21, offset++, &byte, 1).failing(CLIENT),
+        SWEEP_CLIENT(__pta_invoke_otp_prog_usr, 21, offset++, &byte, 1),
         SWEEP(pta20_otp_board_sn_get, &word, serial, sizeof serial),
         SWEEP(pta_invoke_otp_get_board_sn, 23, &word, serial, sizeof serial),
-        SWEEP_IN_SESSION(_pta_invoke_board_sn_get, 23, &word, serial, sizeof serial)
-            .failing(CLIENT),
+        SWEEP_CLIENT(_pta_invoke_board_sn_get, 23, &word, serial, sizeof serial),
         // The otp program's main reports failures in its messages and always returns 0.
         sweep_call("otp_main getkey", [&] { return otp("getkey 3 " + key_file); }).failing({0}),
         sweep_call("otp_main prog_usr", [&] { return otp("prog_usr " + next() + " " + usr_file); })

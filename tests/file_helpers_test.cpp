@@ -62,7 +62,8 @@ TEST(Xstrcpy, CutsWithAWarningWhenTheFieldIsTooSmall) {
     for (const auto &[capacity, expected] : cases) {
         char field[80];
         std::memset(field, '#', sizeof field);
-        const std::string out = capture_stdout([&] { xstrcpy(field, "abcdef", capacity); });
+        const int n = capacity;
+        const std::string out = capture_stdout([&] { xstrcpy(field, "abcdef", n); });
         EXPECT_STREQ(field, expected) << capacity;
         EXPECT_EQ(out, capacity < 7 ? warning : "") << capacity;
         EXPECT_EQ(field[capacity], '#') << "wrote past the field of " << capacity;

@@ -27,11 +27,25 @@ const std::string SECRET = "secret of another file 4f1c";
 enum class Use { read, create, directory, program };
 enum class Plant { link, fifo, wrong_kind, open_mode };
 
-// What the row needs in the run root (root), and the call.
-using Prepare = void (*)(const std::string &root);
 using Call = int (*)();
 
-void nothing(const std::string & /*root*/) {}
+// What the calls of the table need in the run root: a REE data tool that makes nothing and the
+// archive it would make, the evidence directories, RA data, a certificate, the inventory, a BIOS
+// image and its update's progress.
+void prepare(const std::string &root) {
+    install_recording_tool(root, root + "/ree.log", "");
+    make_tgz(root + "/tmp/ReeData.tgz", {{"nonce.txt", to_bytes("abc123")}});
+    make_dirs(root + "/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins/dev");
+    make_dirs(root + "/tmp/attestation");
+    Bytes ra(66560);
+    const Bytes cert = to_bytes("ra certificate");
+    karst_emu_ra_issue(cert.data(), cert.size(), ra.data(), ra.size());
+    make_tgz(root + "/nv1/ra_data.tgz", {{"ra_data.bin", ra}});
+    write_bytes(root + "/tmp/cert.der", certificates().leaf);
+    write_file(root + "/tmp/inventory.txt", "K=v\n");
+    write_file(root + "/nv1/bios_staging.bin", image_bytes(4096));
+    write_file(root + "/tmp/fw-update-BIOS.out", "written: 4, total: 10, 40%\n");
+}
 
 int att_dump() {
     return pta20_att_dump("abc123", nullptr, 0);
@@ -43,82 +57,50 @@ int ra_import() {
     const Bytes &cert = certificates().leaf;
     return pta20_ra_crt_replace_import(nullptr, cert.data(), static_cast<uint32_t>(cert.size()), 0);
 }
+int ra_replace() {
+    const std::string cert = std::string(getenv("KARST_ROOT")) + "/tmp/cert.der";
+    return in_session(
+        [&] { return pta_invoke_replace_ra_crt(27, 1, nullptr, 0, cert.c_str(), nullptr, 0); });
+}
+int inventory_get_without_session() { // the value comes from the inventory file
+    karst_emu_fail_nth(KARST_EMU_INIT, 1, TEEC_ERROR_ITEM_NOT_FOUND);
+    char value[64] = {};
+    return pta20_inventory_get("K", value, sizeof value);
+}
 int dump_mmc() {
     return pta20_img_dump(0x0000, 0, nullptr, 0);
-}
-
-void ra_archive(const std::string &root) {
-    Bytes ra(66560);
-    const Bytes cert = to_bytes("ra certificate");
-    karst_emu_ra_issue(cert.data(), cert.size(), ra.data(), ra.size());
-    make_tgz(root + "/nv1/ra_data.tgz", {{"ra_data.bin", ra}});
 }
 
 const struct Row {
     const char *path;
     Use use;
     int ok, refused; // the call's result normally, and when the path cannot be used
-    Prepare prepare;
     Call call;
 } ROWS[] = {
-    {"/tmp/datablk.bin", Use::create, 0, -1, nothing,
+    {"/tmp/datablk.bin", Use::create, 0, -1,
      [] { return in_session([] { return pta_invoke_blk_get(16, 0, 0, "device-certs"); }); }},
-    {"/tmp/spdm_attestation_dump.bin", Use::create, 0, 0, nothing, att_dump},
-    {"/tmp/attestation", Use::directory, 0, -1, nothing, att_dump},
-    {"/tmp/ReeData.tgz", Use::read, 0, -1,
-     [](const std::string &root) {
-         install_recording_tool(root, root + "/ree.log", "");
-         make_tgz(root + "/tmp/ReeData.tgz", {{"nonce.txt", to_bytes("abc123")}});
-     },
-     att_dump},
-    {"/usr/bin/reedata_tool.sh", Use::program, 0, -1, nothing, att_dump},
-    {"/tmp/spdm/aoc/boot_run/spdm_saved_cert_chains", Use::directory, 0, 0,
-     [](const std::string &root) { make_dirs(root + "/tmp/spdm/aoc/boot_run"); }, att_dump},
-    {"/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins/dev/m.bin", Use::read, 0, 0,
-     [](const std::string &r) {
-         make_dirs(r + "/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins/dev");
-     },
-     att_dump},
-    {"/etc/defaults/spdm_dalu_rootCA.der", Use::read, 0, 0, nothing, att_dump},
-    {"/nv1/ra_data.tgz", Use::read, 0, -1, ra_archive, ra_refresh},
-    {"/tmp/attestation", Use::directory, 0, -1, ra_archive, ra_refresh},
-    {"/tmp/attestation/ra_data.bin", Use::create, 0, 0, nothing, ra_import},
-    {"/nv1/ra_data.tgz", Use::create, 0, 0, nothing, ra_import},
-    {"/tmp/attestation/ra_uid", Use::read, 0, 0,
-     [](const std::string &root) {
-         make_dirs(root + "/tmp/attestation");
-         write_bytes(root + "/tmp/cert.der", certificates().leaf);
-     },
-     [] {
-         const std::string cert = std::string(getenv("KARST_ROOT")) + "/tmp/cert.der";
-         return in_session([&] {
-             return pta_invoke_replace_ra_crt(27, 1, nullptr, 0, cert.c_str(), nullptr, 0);
-         });
-     }},
-    // No session: the value comes from the inventory file.
-    {"/tmp/inventory.txt", Use::read, 0, -1,
-     [](const std::string &root) { write_file(root + "/tmp/inventory.txt", "K=v\n"); },
-     [] {
-         karst_emu_fail_nth(KARST_EMU_INIT, 1, TEEC_ERROR_ITEM_NOT_FOUND);
-         char value[64] = {};
-         return pta20_inventory_get("K", value, sizeof value);
-     }},
-    {"/tmp/inventory.txt", Use::read, 0, 0, nothing,
-     [] { return pta20_inventory_set("K", "v", 2); }},
-    {"/tmp/fw_image", Use::create, 0, -1, nothing, dump_mmc},
-    {"/dev/mmcblk0", Use::read, 0, -1, nothing, dump_mmc},
-    {"/dev/mmcblk0p2", Use::read, 0, -1, nothing,
-     [] { return pta20_img_auth(0x0103, 0, nullptr, 0); }},
+    {"/tmp/spdm_attestation_dump.bin", Use::create, 0, 0, att_dump},
+    {"/tmp/attestation", Use::directory, 0, -1, att_dump},
+    {"/tmp/ReeData.tgz", Use::read, 0, -1, att_dump},
+    {"/usr/bin/reedata_tool.sh", Use::program, 0, -1, att_dump},
+    {"/tmp/spdm/aoc/boot_run/spdm_saved_cert_chains", Use::directory, 0, 0, att_dump},
+    {"/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins/dev/m.bin", Use::read, 0, 0, att_dump},
+    {"/etc/defaults/spdm_dalu_rootCA.der", Use::read, 0, 0, att_dump},
+    {"/nv1/ra_data.tgz", Use::read, 0, -1, ra_refresh},
+    {"/tmp/attestation", Use::directory, 0, -1, ra_refresh},
+    {"/tmp/attestation/ra_data.bin", Use::create, 0, 0, ra_import},
+    {"/nv1/ra_data.tgz", Use::create, 0, 0, ra_import},
+    {"/tmp/attestation/ra_uid", Use::read, 0, 0, ra_replace},
+    {"/tmp/inventory.txt", Use::read, 0, -1, inventory_get_without_session},
+    {"/tmp/inventory.txt", Use::read, 0, 0, [] { return pta20_inventory_set("K", "v", 2); }},
+    {"/tmp/fw_image", Use::create, 0, -1, dump_mmc},
+    {"/dev/mmcblk0", Use::read, 0, -1, dump_mmc},
+    {"/dev/mmcblk0p2", Use::read, 0, -1, [] { return pta20_img_auth(0x0103, 0, nullptr, 0); }},
     {"/nv1/bios_staging.bin", Use::read, 0, -1,
-     [](const std::string &root) { write_file(root + "/nv1/bios_staging.bin", image_bytes(4096)); },
      [] { return pta20_img_auth(0x0101, 0, nullptr, 0); }},
-    {"/nv1/bios_backup.bin", Use::create, 0, -1, nothing,
+    {"/nv1/bios_backup.bin", Use::create, 0, -1,
      [] { return pta20_img_dump(0x0102, 0, nullptr, 0); }},
-    {"/tmp/fw-update-BIOS.out", Use::read, 40, -1,
-     [](const std::string &root) {
-         write_file(root + "/tmp/fw-update-BIOS.out", "written: 4, total: 10, 40%\n");
-     },
-     [] { return pta20_img_updmsg(0x0100, 0); }},
+    {"/tmp/fw-update-BIOS.out", Use::read, 40, -1, [] { return pta20_img_updmsg(0x0100, 0); }},
 };
 
 class HostileNeighbourTest : public KarstTest {
@@ -201,7 +183,7 @@ TEST_F(HostileNeighbourTest, PlantsAtEveryFixedPathAreRefusedOrReplacedNeverFoll
             const std::string what = row.path + std::string(" plant ") + std::to_string(int(kind));
             const std::string at = path(row.path), kept = at + ".kept";
             karst_emu_reset();
-            row.prepare(root());
+            prepare(root());
             if (fs::exists(fs::symlink_status(at))) {
                 fs::rename(at, kept);
             }
@@ -222,7 +204,7 @@ TEST_F(HostileNeighbourTest, PlantsAtEveryFixedPathAreRefusedOrReplacedNeverFoll
                 fs::rename(kept, at);
             }
             karst_emu_reset();
-            row.prepare(root());
+            prepare(root());
             int again = 0;
             capture_stdout([&] { again = row.call(); });
             EXPECT_EQ(again, row.ok) << what << ": the next normal call";
@@ -247,15 +229,15 @@ TEST_F(HostileNeighbourTest, ArchiveMembersThatCouldEscapeOrRaisePrivilegeAreRef
         {"ra_data.bin link", "a link, device or FIFO: link"},
         {"--transform=s,ra_data.link,ra_data.bin, ra_data.link", "a link, device or FIFO"},
     };
+    const std::string tar = "tar -C " + work + " -czf " + archive + " ";
+    const std::string refused = "Refused archive " + archive + ": ";
     for (const auto &[members, reason] : archives) {
         fs::remove(archive);
-        ASSERT_EQ(sh("tar -C " + work + " -czf " + archive + " " + members), 0) << members;
+        ASSERT_EQ(sh(tar + members), 0) << members;
         int rc = 0;
         const std::string out = capture_stdout([&] { rc = pta20_ra_refresh(archive.c_str(), 0); });
         EXPECT_EQ(rc, -1) << members;
-        EXPECT_NE(out.find("Refused archive " + archive + ": " + reason), std::string::npos)
-            << members << "\n"
-            << out;
+        EXPECT_NE(out.find(refused + reason), std::string::npos) << members << "\n" << out;
         EXPECT_FALSE(exists(path("/tmp/attestation/setuid")) || exists(path("/tmp/escaped")))
             << members;
         expect_nothing_leaked(members);
@@ -275,8 +257,9 @@ TEST_F(HostileNeighbourTest, UnterminatedTextAnswersStayInsideTheCallersBuffer) 
              return pta20_otp_board_sn_get(&word, b, n);
          }},
     };
-    for (const auto &[command, call] : calls) {
+    for (const auto &[command, read_text] : calls) {
         for (const size_t answer : {5u, 16u}) {
+            const auto call = read_text;
             karst_emu_reset();
             const std::string text(answer, 'x'); // no terminating zero
             karst_emu_answer(command, 1, text.data(), text.size());
@@ -285,45 +268,42 @@ TEST_F(HostileNeighbourTest, UnterminatedTextAnswersStayInsideTheCallersBuffer) 
             capture_stdout([&] { rc = call(buffer.data(), 16); });
             EXPECT_EQ(buffer[16], '#') << "written past the buffer";
             EXPECT_EQ(rc, answer < 16 ? 0 : -1) << command << " " << answer;
-            EXPECT_EQ(std::string(buffer.c_str()), text.substr(0, std::min<size_t>(answer, 15)))
+            EXPECT_EQ(buffer.substr(0, buffer.find('\0')),
+                      text.substr(0, std::min<size_t>(answer, 15)))
                 << command << " " << answer;
         }
     }
 }
 
 // The checks themselves, for the owners that a test running as one user cannot produce: a
-// directory's mode and owner (whole: used whole, not shared), a file's kind and owner.
+// directory's mode and owner (whole: used whole, not shared), a file's kind and owner (whole: a
+// device may be used too).
 TEST(BoardFileChecks, OwnerAndModeRules) {
-    using karst::board::Kind;
     const uid_t me = 1000, other = 1001;
     const struct {
         mode_t mode;
         uid_t owner;
         bool whole, ok;
-    } directories[] =
-        {
-            {S_IFDIR | 0755, 0, true, true},        {S_IFDIR | 0755, me, true, true},
-            {S_IFDIR | 0755, other, true, false},   {S_IFDIR | 0775, me, false, false},
-            {S_IFDIR | 01777, 0, false, true},      {S_IFDIR | 01777, 0, true, false},
-            {S_IFDIR | 01777, other, false, false}, {S_IFREG | 0755, 0, false, false},
-        },
-      files[] = {
-          {S_IFREG | 0644, 0, false, true},      {S_IFREG | 0600, me, false, true},
-          {S_IFREG | 0644, other, false, false}, {S_IFIFO | 0644, me, false, false},
-          {S_IFBLK | 0600, 0, true, true},       {S_IFBLK | 0600, 0, false, false},
-      };
-    struct stat st {};
-    for (const auto &c : directories) {
+    } cases[] = {
+        {S_IFDIR | 0755, 0, true, true},        {S_IFDIR | 0755, me, true, true},
+        {S_IFDIR | 0755, other, true, false},   {S_IFDIR | 0775, me, false, false},
+        {S_IFDIR | 01777, 0, false, true},      {S_IFDIR | 01777, 0, true, false},
+        {S_IFDIR | 01777, other, false, false}, {S_IFREG | 0644, 0, false, true},
+        {S_IFREG | 0600, me, false, true},      {S_IFREG | 0644, other, false, false},
+        {S_IFIFO | 0644, me, false, false},     {S_IFBLK | 0600, 0, true, true},
+        {S_IFBLK | 0600, 0, false, false},
+    };
+    for (const auto &c : cases) {
+        struct stat st {};
         st.st_mode = c.mode;
         st.st_uid = c.owner;
-        EXPECT_EQ(karst::board::directory_problem(st, me, c.whole) == nullptr, c.ok)
+        const auto kind =
+            c.whole ? karst::board::Kind::regular_or_device : karst::board::Kind::regular;
+        EXPECT_EQ(karst::board::directory_problem(st, me, c.whole) == nullptr,
+                  S_ISDIR(c.mode) && c.ok)
             << std::oct << c.mode;
-    }
-    for (const auto &c : files) { // whole: a device may be used too
-        st.st_mode = c.mode;
-        st.st_uid = c.owner;
-        const Kind kind = c.whole ? Kind::regular_or_device : Kind::regular;
-        EXPECT_EQ(karst::board::file_problem(st, me, kind) == nullptr, c.ok) << std::oct << c.mode;
+        EXPECT_EQ(karst::board::file_problem(st, me, kind) == nullptr, !S_ISDIR(c.mode) && c.ok)
+            << std::oct << c.mode;
     }
 }
 

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 // Present in sanitizer builds only: counts heap blocks no longer reachable.
-extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
+extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak)); // NOLINT(*-naming)
 
 namespace karst::test {
 namespace {
@@ -24,26 +24,19 @@ std::size_t g_points = 0;
 std::size_t g_calls = 0;
 
 // Says at the end of the run how much the sweep covered.
-class SweepReport : public ::testing::Environment {
-  public:
-    void TearDown() override {
+struct SweepReport {
+    ~SweepReport() {
         if (g_calls > 0) {
             std::printf("[ sweep    ] %zu failure points in %zu calls\n", g_points, g_calls);
         }
     }
-};
-[[maybe_unused]] ::testing::Environment *const g_report =
-    ::testing::AddGlobalTestEnvironment(new SweepReport);
+} g_report;
 
 // Each kind of acquisition, by its index: its name, and what the one error line of its failure
 // speaks of (the routine that failed: an allocation, an open, a map, a lock, a thread, ...).
-struct KindForm {
-    const char *name;
-    std::regex message;
-};
-const KindForm &form_of(Kind kind) {
+const std::pair<const char *, std::regex> &form_of(Kind kind) {
     const auto icase = std::regex::icase;
-    static const KindForm forms[] = {
+    static const std::pair<const char *, std::regex> forms[] = {
         {"any", std::regex(".*")},
         {"heap", std::regex(".*(alloc|allot|out of memory).*", icase)},
         {"file", std::regex(".*(open|not exist|creat).*", icase)},
@@ -103,7 +96,7 @@ void check_failing_run(const SweepCall &c, const std::string &where, int rc, Kin
     bool named = errors.empty();
     for (const auto &[line, routine] : errors) {
         EXPECT_TRUE(routines.insert(routine).second) << where << ": " << routine << " twice";
-        named = named || std::regex_match(line, form_of(kind).message);
+        named = named || std::regex_match(line, form_of(kind).second);
     }
     EXPECT_TRUE(named) << where << " printed:\n" << out;
     karst_emu_stats stats{};
@@ -137,7 +130,7 @@ std::size_t sweep_failures(const SweepCall &c) {
             break;
         }
         const std::string where = c.name + ", failing acquisition " + std::to_string(nth) + " (" +
-                                  form_of(kind).name + ")";
+                                  form_of(kind).first + ")";
         check_failing_run(c, where, rc, kind, out, fds, mappings);
         c.prepare();
         out = capture_stdout([&] { rc = c.call(); });

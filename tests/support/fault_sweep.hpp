@@ -23,22 +23,10 @@ struct SweepCall {
     std::string expected_noise = {};
 
     // For the rows of a table: SWEEP(routine, arguments...).failing({-1, 0}).
-    SweepCall failing(std::vector<int> results) {
-        failure_results = std::move(results);
-        return *this;
-    }
-    SweepCall succeeding(int result) {
-        success_result = result;
-        return *this;
-    }
-    SweepCall prepared(std::function<void()> fn) {
-        prepare = std::move(fn);
-        return *this;
-    }
-    SweepCall noise(std::string line) {
-        expected_noise = std::move(line);
-        return *this;
-    }
+    SweepCall failing(std::vector<int> r) { return failure_results = std::move(r), *this; }
+    SweepCall succeeding(int result) { return success_result = result, *this; }
+    SweepCall prepared(std::function<void()> fn) { return prepare = std::move(fn), *this; }
+    SweepCall noise(std::string line) { return expected_noise = std::move(line), *this; }
 };
 
 inline SweepCall sweep_call(std::string name, std::function<int()> call) {
