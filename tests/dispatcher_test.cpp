@@ -10,21 +10,19 @@ extern "C" int karst_c99_probe(void);
 
 namespace {
 
-class DispatcherTest : public KarstTest {
-  protected:
-    // Runs a number with the text in word 4 inside a session; returns the result and what it
-    // printed.
-    static std::pair<int, std::string> run(uint32_t number, const std::string &word) {
-        std::string text = word;
-        uintptr_t block[PTA20_ARGS_WORDS] = {};
-        pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>(text.data()), 0, 0);
-        int rc = 0;
-        EXPECT_EQ(pta_open_session(), 0u);
-        std::string out = capture_stdout([&] { rc = pta_invoke_cmd(number, block); });
-        pta_close_session();
-        return {rc, out};
-    }
-};
+using DispatcherTest = KarstTest;
+
+// Runs a number with the text in word 4 inside a session; returns the result and what it printed.
+std::pair<int, std::string> run(uint32_t number, const std::string &word) {
+    std::string text = word;
+    uintptr_t block[PTA20_ARGS_WORDS] = {};
+    pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>(text.data()), 0, 0);
+    int rc = 0;
+    EXPECT_EQ(pta_open_session(), 0u);
+    std::string out = capture_stdout([&] { rc = pta_invoke_cmd(number, block); });
+    pta_close_session();
+    return {rc, out};
+}
 
 TEST(ArgumentBlock, FourthAndFifthArgumentsGoCrosswise) {
     uintptr_t block[PTA20_ARGS_WORDS] = {};

@@ -20,6 +20,7 @@ namespace {
 
 using karst::fault::Kind;
 
+constexpr std::size_t MOST_POINTS = 10000; // beyond it, the call is taken never to complete
 std::size_t g_points = 0;
 std::size_t g_calls = 0;
 
@@ -118,7 +119,7 @@ std::size_t sweep_failures(const SweepCall &c) {
     const long mappings = karst::fault::held(Kind::mapping);
     std::size_t points = 0;
     int rc = 0;
-    for (std::size_t nth = 1; nth < 10000; ++nth, ++points) {
+    for (std::size_t nth = 1; nth < MOST_POINTS; ++nth, ++points) {
         c.prepare();
         karst::fault::arm(Kind::any, nth);
         std::string out = capture_stdout([&] { rc = c.call(); });

@@ -29,6 +29,7 @@ struct SweepCall {
     SweepCall noise(std::string line) { return expected_noise = std::move(line), *this; }
 };
 
+// A row of a table: the call under its name.
 inline SweepCall sweep_call(std::string name, std::function<int()> call) {
     return SweepCall{.name = std::move(name), .call = std::move(call)};
 }

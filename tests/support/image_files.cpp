@@ -7,10 +7,12 @@
 
 namespace karst::test {
 
+constexpr size_t PATTERN_STEP = 31; // the pattern's byte i is i * step + seed
+
 std::string image_bytes(size_t size, uint8_t seed) {
     std::string data(size, '\0');
     for (size_t i = 0; i < size; ++i) {
-        data[i] = static_cast<char>((i * 31 + seed) & 0xFF);
+        data[i] = static_cast<char>((i * PATTERN_STEP + seed) & 0xFF);
     }
     const char header[4] = {0x53, 0x00, 0x00, static_cast<char>(seed)};
     data.replace(0, std::min<size_t>(size, 4), header, std::min<size_t>(size, 4));
