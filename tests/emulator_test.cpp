@@ -1,8 +1,6 @@
-// The emulator as a TEE client library: GlobalPlatform parameter rules, shared (not copied)
-// memory, size write-back, return origins and the application's identity.
+// The emulator as a TEE client library: parameter rules, shared (not copied) memory, size
+// write-back, return origins and the application's identity.
 #include "support/test_env.hpp"
-
-#include <tee_client_api.h>
 
 #include <cstring>
 
@@ -12,141 +10,121 @@ namespace {
 
 constexpr TEEC_UUID APP = {
     0xCCF5BD24, 0xE290, 0x468E, {0x81, 0x12, 0xFD, 0x09, 0x96, 0xC4, 0xA8, 0xDF}};
+// Short names for the tables.
+constexpr int UNREGISTERED = -1, IN = TEEC_MEM_INPUT, OUT = TEEC_MEM_OUTPUT;
+constexpr uint32_t WHOLE = TEEC_MEMREF_WHOLE, PARTIAL_OUT = TEEC_MEMREF_PARTIAL_OUTPUT;
+constexpr TEEC_Result OK = TEEC_SUCCESS, BAD = TEEC_ERROR_BAD_PARAMETERS;
+constexpr uint32_t API = TEEC_ORIGIN_API, TA = TEEC_ORIGIN_TRUSTED_APP;
 
 class EmulatorTest : public KarstTest {
   protected:
     void SetUp() override {
         KarstTest::SetUp();
-        ASSERT_EQ(TEEC_InitializeContext(nullptr, &ctx), TEEC_SUCCESS);
-        uint32_t origin = 0;
+        ASSERT_EQ(TEEC_InitializeContext(nullptr, &ctx_), TEEC_SUCCESS);
         ASSERT_EQ(
-            TEEC_OpenSession(&ctx, &session, &APP, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin),
+            TEEC_OpenSession(&ctx_, &session_, &APP, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin_),
             TEEC_SUCCESS);
-        name.buffer = name_bytes;
-        name.size = sizeof name_bytes;
-        name.flags = TEEC_MEM_INPUT;
-        std::strcpy(name_bytes, "bootdelay");
-        ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &name), TEEC_SUCCESS);
+        ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx_, &name_), TEEC_SUCCESS);
     }
     void TearDown() override {
-        TEEC_ReleaseSharedMemory(&name);
-        TEEC_CloseSession(&session);
-        TEEC_FinalizeContext(&ctx);
+        TEEC_ReleaseSharedMemory(&name_);
+        TEEC_CloseSession(&session_);
+        TEEC_FinalizeContext(&ctx_);
         KarstTest::TearDown();
     }
 
-    // Reads bootdelay into out (registered with flags) as parameter 1.
-    TEEC_Result get(TEEC_SharedMemory &out, uint32_t type1, uint32_t &origin, TEEC_Operation &op) {
-        op = TEEC_Operation{};
-        op.paramTypes = TEEC_PARAM_TYPES(TEEC_MEMREF_WHOLE, type1, TEEC_NONE, TEEC_NONE);
-        op.params[0].memref.parent = &name;
-        op.params[1].memref.parent = &out;
-        op.params[1].memref.size = out.size;
-        return TEEC_InvokeCommand(&session, 4, &op, &origin);
+    // Reads bootdelay (command 4: the name in parameter 0, the value into parameter 1).
+    TEEC_Result read_bootdelay(uint32_t type1, TEEC_RegisteredMemoryReference value) {
+        op_ = TEEC_Operation{};
+        op_.paramTypes = TEEC_PARAM_TYPES(TEEC_MEMREF_WHOLE, type1, TEEC_NONE, TEEC_NONE);
+        op_.params[0].memref.parent = &name_;
+        op_.params[1].memref = value;
+        return TEEC_InvokeCommand(&session_, 4, &op_, &origin_);
     }
 
-    TEEC_Context ctx{};
-    TEEC_Session session{};
-    TEEC_SharedMemory name{};
-    char name_bytes[1024] = {};
+    TEEC_Context ctx_{};
+    TEEC_Session session_{};
+    char name_bytes_[1024] = "bootdelay";
+    TEEC_SharedMemory name_{name_bytes_, sizeof name_bytes_, TEEC_MEM_INPUT, 0, nullptr, nullptr};
+    TEEC_Operation op_{};
+    uint32_t origin_ = 0;
 };
 
-TEST_F(EmulatorTest, AnswersAreWrittenIntoTheCallersOwnMemory) {
-    char value[64];
-    std::memset(value, '#', sizeof value);
-    TEEC_SharedMemory out{};
-    out.buffer = value;
-    out.size = sizeof value;
-    out.flags = TEEC_MEM_OUTPUT;
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    TEEC_Operation op;
-    uint32_t origin = 0;
-    EXPECT_EQ(get(out, TEEC_MEMREF_WHOLE, origin, op), TEEC_SUCCESS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_TRUSTED_APP);
-    EXPECT_EQ(op.params[1].memref.size, 2u);
-    EXPECT_EQ(out.size, sizeof value) << "the block's own size never changes";
-    EXPECT_STREQ(value, "2");
-    EXPECT_EQ(value[2], '#');
-    TEEC_ReleaseSharedMemory(&out);
+// The value's memory reference, by how it was registered and referenced: what the invoke answers,
+// the size it writes back, and what lands in the caller's own memory (bootdelay is "2").
+TEST_F(EmulatorTest, MemoryReferencesFollowTheClientRules) {
+    const struct {
+        const char *what;
+        int flags; // as registered, or UNREGISTERED
+        size_t bytes;
+        uint32_t type;
+        size_t size, offset;
+        TEEC_Result result;
+        uint32_t origin;
+        size_t size_back;
+        const char *written; // at offset, or null when nothing is written
+    } cases[] = {
+        {"whole", OUT, 64, WHOLE, 64, 0, OK, TA, 2, "2"},
+        {"too small", OUT, 1, WHOLE, 1, 0, TEEC_ERROR_SHORT_BUFFER, TA, 2, nullptr},
+        {"not registered", UNREGISTERED, 64, WHOLE, 64, 0, BAD, API, 64, nullptr},
+        {"no direction", 0, 64, WHOLE, 64, 0, BAD, API, 64, nullptr},
+        {"against the direction", IN, 64, PARTIAL_OUT, 8, 4, BAD, API, 8, nullptr},
+        {"beyond the end", OUT, 64, PARTIAL_OUT, 8, 60, BAD, API, 8, nullptr},
+        {"inside", OUT, 64, PARTIAL_OUT, 8, 4, OK, TA, 2, "2"},
+    };
+    for (const auto &c : cases) {
+        std::string memory(c.bytes, '#');
+        TEEC_SharedMemory value{memory.data(), c.bytes, static_cast<uint32_t>(c.flags), 0,
+                                nullptr,       nullptr};
+        ASSERT_TRUE(c.flags == UNREGISTERED ||
+                    TEEC_RegisterSharedMemory(&ctx_, &value) == TEEC_SUCCESS)
+            << c.what;
+        EXPECT_EQ(read_bootdelay(c.type, {&value, c.size, c.offset}), c.result) << c.what;
+        EXPECT_EQ(origin_, c.origin) << c.what;
+        EXPECT_EQ(op_.params[1].memref.size, c.size_back) << c.what;
+        EXPECT_EQ(value.size, c.bytes) << c.what << ": the block's own size never changes";
+        std::string expected(c.bytes, '#');
+        if (c.written != nullptr) {
+            expected.replace(c.offset, 2, c.written, 2); // with its terminating zero
+        }
+        EXPECT_EQ(memory, expected) << c.what;
+        if (c.flags != UNREGISTERED) {
+            TEEC_ReleaseSharedMemory(&value);
+        }
+    }
 }
 
-TEST_F(EmulatorTest, TooSmallOutputLearnsTheSizeAndGetsNothing) {
-    char value[1] = {'#'};
-    TEEC_SharedMemory out{};
-    out.buffer = value;
-    out.size = sizeof value;
-    out.flags = TEEC_MEM_OUTPUT;
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    TEEC_Operation op;
-    uint32_t origin = 0;
-    EXPECT_EQ(get(out, TEEC_MEMREF_WHOLE, origin, op), TEEC_ERROR_SHORT_BUFFER);
-    EXPECT_EQ(origin, TEEC_ORIGIN_TRUSTED_APP);
-    EXPECT_EQ(op.params[1].memref.size, 2u);
-    EXPECT_EQ(value[0], '#');
-    TEEC_ReleaseSharedMemory(&out);
-}
-
-TEST_F(EmulatorTest, BadParametersAreRefusedByTheClientLibrary) {
-    char value[64];
-    TEEC_SharedMemory out{};
-    out.buffer = value;
-    out.size = sizeof value;
-    TEEC_Operation op;
-    uint32_t origin = 0;
-
-    // Not registered.
-    EXPECT_EQ(get(out, TEEC_MEMREF_WHOLE, origin, op), TEEC_ERROR_BAD_PARAMETERS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_API);
-
-    // Registered with neither direction.
-    out.flags = 0;
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    EXPECT_EQ(get(out, TEEC_MEMREF_WHOLE, origin, op), TEEC_ERROR_BAD_PARAMETERS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_API);
-    TEEC_ReleaseSharedMemory(&out);
-
-    // A partial reference against the block's direction, or beyond its end.
-    out.flags = TEEC_MEM_INPUT;
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    EXPECT_EQ(get(out, TEEC_MEMREF_PARTIAL_OUTPUT, origin, op), TEEC_ERROR_BAD_PARAMETERS);
-    TEEC_ReleaseSharedMemory(&out);
-    out.flags = TEEC_MEM_OUTPUT;
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    op = TEEC_Operation{};
-    op.paramTypes = TEEC_PARAM_TYPES(TEEC_MEMREF_WHOLE, TEEC_MEMREF_PARTIAL_OUTPUT, 0, 0);
-    op.params[0].memref.parent = &name;
-    op.params[1].memref = {&out, 8, sizeof value - 4};
-    EXPECT_EQ(TEEC_InvokeCommand(&session, 4, &op, &origin), TEEC_ERROR_BAD_PARAMETERS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_API);
-
-    // A partial reference inside the block works and reports its own size.
-    op.params[1].memref = {&out, 8, 4};
-    EXPECT_EQ(TEEC_InvokeCommand(&session, 4, &op, &origin), TEEC_SUCCESS);
-    EXPECT_EQ(op.params[1].memref.size, 2u);
-    EXPECT_STREQ(value + 4, "2");
-    TEEC_ReleaseSharedMemory(&out);
-
-    // Undefined parameter types, and the wrong types for the command.
-    op = TEEC_Operation{};
-    op.paramTypes = TEEC_PARAM_TYPES(4, 0, 0, 0);
-    EXPECT_EQ(TEEC_InvokeCommand(&session, 4, &op, &origin), TEEC_ERROR_BAD_PARAMETERS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_API);
-    op.paramTypes = TEEC_PARAM_TYPES(TEEC_VALUE_INPUT, 0, 0, 0);
-    EXPECT_EQ(TEEC_InvokeCommand(&session, 4, &op, &origin), TEEC_ERROR_BAD_PARAMETERS);
-    EXPECT_EQ(origin, TEEC_ORIGIN_TRUSTED_APP);
-    EXPECT_EQ(TEEC_InvokeCommand(&session, 19, nullptr, &origin), TEEC_ERROR_NOT_SUPPORTED);
+// Parameter types that are undefined, or wrong for the command, and a command the application
+// does not know.
+TEST_F(EmulatorTest, BadParameterTypesAndUnknownCommands) {
+    const struct {
+        uint32_t command, types;
+        TEEC_Result result;
+        uint32_t origin;
+    } cases[] = {
+        {4, TEEC_PARAM_TYPES(4, 0, 0, 0), BAD, API},
+        {4, TEEC_PARAM_TYPES(TEEC_VALUE_INPUT, 0, 0, 0), BAD, TA},
+        {19, 0, TEEC_ERROR_NOT_SUPPORTED, TA},
+    };
+    for (const auto &c : cases) {
+        TEEC_Operation op{};
+        op.paramTypes = c.types;
+        EXPECT_EQ(TEEC_InvokeCommand(&session_, c.command, c.types ? &op : nullptr, &origin_),
+                  c.result)
+            << c.command;
+        EXPECT_EQ(origin_, c.origin) << c.command;
+    }
 }
 
 TEST_F(EmulatorTest, OnlyTheBoardsApplicationIsKnownAndOneSessionAtATime) {
     TEEC_Session other{};
-    uint32_t origin = 0;
     TEEC_UUID unknown = APP;
     unknown.clockSeqAndNode[7] ^= 1;
     EXPECT_EQ(
-        TEEC_OpenSession(&ctx, &other, &unknown, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin),
+        TEEC_OpenSession(&ctx_, &other, &unknown, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin_),
         TEEC_ERROR_ITEM_NOT_FOUND);
-    EXPECT_EQ(origin, TEEC_ORIGIN_TEE);
-    EXPECT_EQ(TEEC_OpenSession(&ctx, &other, &APP, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin),
+    EXPECT_EQ(origin_, TEEC_ORIGIN_TEE);
+    EXPECT_EQ(TEEC_OpenSession(&ctx_, &other, &APP, TEEC_LOGIN_PUBLIC, nullptr, nullptr, &origin_),
               TEEC_ERROR_BUSY);
     EXPECT_EQ(in_child([] { return pta_open_session() == TEEC_ERROR_BUSY ? 0 : 1; }), 0);
 }
@@ -154,21 +132,16 @@ TEST_F(EmulatorTest, OnlyTheBoardsApplicationIsKnownAndOneSessionAtATime) {
 TEST_F(EmulatorTest, JournalFileRecordsInvokesOfWholeProcesses) {
     const std::string journal_path = path("/tmp/journal.txt");
     setenv("KARST_EMU_JOURNAL", journal_path.c_str(), 1);
-    TEEC_Operation op;
-    uint32_t origin = 0;
-    char value[8];
-    TEEC_SharedMemory out{value, sizeof value, TEEC_MEM_OUTPUT, 0, nullptr, nullptr};
-    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx, &out), TEEC_SUCCESS);
-    EXPECT_EQ(get(out, TEEC_MEMREF_WHOLE, origin, op), TEEC_SUCCESS);
+    char bytes[8];
+    TEEC_SharedMemory value{bytes, sizeof bytes, TEEC_MEM_OUTPUT, 0, nullptr, nullptr};
+    ASSERT_EQ(TEEC_RegisterSharedMemory(&ctx_, &value), TEEC_SUCCESS);
+    EXPECT_EQ(read_bootdelay(TEEC_MEMREF_WHOLE, {&value, 8, 0}), TEEC_SUCCESS);
     unsetenv("KARST_EMU_JOURNAL");
-    TEEC_ReleaseSharedMemory(&out);
-    const std::string line = read_file(journal_path);
-    EXPECT_EQ(line.rfind("cmd=4 types=0xcc result=0x0 origin=0x4 "
-                         "p0=0xc:size=1024,flags=0x1,out=0,in=626f6f7464656c6179",
-                         0),
-              0u)
-        << line;
-    EXPECT_NE(line.find(" p1=0xc:size=8,flags=0x2,out=2,in=\n"), std::string::npos) << line;
+    TEEC_ReleaseSharedMemory(&value);
+    EXPECT_TRUE(matches(read_file(journal_path),
+                        "cmd=4 types=0xcc result=0x0 origin=0x4 "
+                        "p0=0xc:size=1024,flags=0x1,out=0,in=626f6f7464656c6179"
+                        ".* p1=0xc:size=8,flags=0x2,out=2,in=\n"));
 }
 
 } // namespace

@@ -12,120 +12,104 @@
 #include <sstream>
 #include <unistd.h>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KARST_TEST_LSAN 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define KARST_TEST_LSAN 1
-#endif
-#if defined(KARST_TEST_LSAN)
-#include <sanitizer/lsan_interface.h>
-#endif
+// Present in sanitizer builds only: counts heap blocks no longer reachable.
+extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak)); // NOLINT(*-naming)
 
 namespace karst::test {
 namespace {
 
 using karst::fault::Kind;
 
+constexpr std::size_t MOST_POINTS = 10000; // beyond it, the call is taken never to complete
 std::size_t g_points = 0;
 std::size_t g_calls = 0;
 
 // Says at the end of the run how much the sweep covered.
-class SweepReport : public ::testing::Environment {
-  public:
-    void TearDown() override {
+struct SweepReport {
+    ~SweepReport() {
         if (g_calls > 0) {
             std::printf("[ sweep    ] %zu failure points in %zu calls\n", g_points, g_calls);
         }
     }
-};
-[[maybe_unused]] ::testing::Environment *const g_report =
-    ::testing::AddGlobalTestEnvironment(new SweepReport);
+} g_report;
 
-std::vector<std::string> error_lines(const std::string &out, const std::string &noise) {
-    // "[E:routine:line] ...", "[Error ...]" and the routines' own "[routine] ..." lines.
+// Each kind of acquisition, by its index: its name, and what the one error line of its failure
+// speaks of (the routine that failed: an allocation, an open, a map, a lock, a thread, ...).
+const std::pair<const char *, std::regex> &form_of(Kind kind) {
+    const auto icase = std::regex::icase;
+    static const std::pair<const char *, std::regex> forms[] = {
+        {"any", std::regex(".*")},
+        {"heap", std::regex(".*(alloc|allot|out of memory).*", icase)},
+        {"file", std::regex(".*(open|not exist|creat).*", icase)},
+        {"mapping", std::regex(".*(map|alloc).*", icase)},
+        {"lock", std::regex(".*lock.*", icase)},
+        {"thread", std::regex(".*thread.*", icase)},
+        {"shared memory", std::regex(".*TEEC_RegisterSharedMemory failed.*")},
+        {"invoke", std::regex(".*TEEC_InvokeCommand failed.*")}};
+    return forms[static_cast<int>(kind)];
+}
+
+// "[E:routine:line] ...", "[Error ...]" and the routines' own "[routine] ..." lines, except the
+// noise; each with the routine it comes from ("[E:routine:", "[routine]", the file of "[Error").
+std::vector<std::pair<std::string, std::string>> error_lines(const std::string &out,
+                                                             const std::string &noise) {
     static const std::regex error_line(R"(^\[(E:|Error |[A-Za-z_0-9]+\]).*)");
-    std::vector<std::string> lines;
+    static const std::regex routine(R"(^\[(E:([^:]+):|Error \S+ ([^:]+):|([^\]]+)\]).*)");
+    std::vector<std::pair<std::string, std::string>> lines;
     std::istringstream in(out);
+    std::smatch m;
     for (std::string line; std::getline(in, line);) {
         if (std::regex_match(line, error_line) &&
             (noise.empty() || !std::regex_match(line, std::regex(noise)))) {
-            lines.push_back(line);
+            const bool known = std::regex_match(line, m, routine);
+            lines.emplace_back(line, known ? m[2].str() + m[3].str() + m[4].str() : line);
         }
     }
     return lines;
 }
 
-// The routine an error line comes from: "[E:routine:", "[routine]" or the file of "[Error ...]".
-std::string routine_of(const std::string &line) {
-    static const std::regex form(R"(^\[(E:([^:]+):|Error \S+ ([^:]+):|([^\]]+)\]).*)");
-    std::smatch m;
-    if (!std::regex_match(line, m, form)) {
-        return line;
-    }
-    return m[2].str() + m[3].str() + m[4].str();
-}
-
-// What the one error line of a failed acquisition speaks of, by kind: the routine that failed
-// (an allocation, an open, a map, a lock, a registration, an invoke, a thread).
-const std::regex &message_of(Kind kind) {
-    static const std::regex any(".*");
-    static const std::regex heap(R"(.*(alloc|allot|out of memory).*)", std::regex::icase);
-    static const std::regex file(R"(.*(open|not exist|creat).*)", std::regex::icase);
-    static const std::regex mapping(R"(.*(map|alloc).*)", std::regex::icase);
-    static const std::regex lock(R"(.*lock.*)", std::regex::icase);
-    static const std::regex thread(R"(.*thread.*)", std::regex::icase);
-    static const std::regex shm(R"(.*TEEC_RegisterSharedMemory failed.*)");
-    static const std::regex invoke(R"(.*TEEC_InvokeCommand failed.*)");
-    switch (kind) {
-    case Kind::heap:
-        return heap;
-    case Kind::file:
-        return file;
-    case Kind::mapping:
-        return mapping;
-    case Kind::lock:
-        return lock;
-    case Kind::thread:
-        return thread;
-    case Kind::shared_memory:
-        return shm;
-    case Kind::invoke:
-        return invoke;
-    default:
-        return any;
-    }
-}
-
-const char *kind_name(Kind kind) {
-    static const char *const names[] = {"any",  "heap",   "file",          "mapping",
-                                        "lock", "thread", "shared memory", "invoke"};
-    return names[static_cast<int>(kind)];
-}
-
-// Record locks this process holds, from /proc/locks.
+// Record locks this process holds, from /proc/locks (the fifth field is the holder).
 int locks_held() {
+    const std::regex mine(R"((\S+\s+){4})" + std::to_string(::getpid()) + R"(\s.*)");
     std::ifstream in("/proc/locks");
-    const std::string pid = std::to_string(::getpid());
     int held = 0;
     for (std::string line; std::getline(in, line);) {
-        std::istringstream fields(line);
-        std::string field;
-        for (int i = 0; i < 5 && fields >> field; ++i) {
-        }
-        held += field == pid ? 1 : 0;
+        held += std::regex_match(line, mine) ? 1 : 0;
     }
     return held;
 }
 
-bool leaks_found() {
-#if defined(KARST_TEST_LSAN)
-    return __lsan_do_recoverable_leak_check() != 0;
-#else
-    return false;
-#endif
+// The checks of one failing run (see sweep_failures).
+void check_failing_run(const SweepCall &c, const std::string &where, int rc, Kind kind,
+                       const std::string &out, int fds, long mappings) {
+    const auto &results = c.failure_results;
+    EXPECT_NE(std::find(results.begin(), results.end(), rc), results.end())
+        << where << " returned " << rc << "\n"
+        << out;
+    const auto errors = error_lines(out, c.expected_noise);
+    if (std::getenv("KARST_SWEEP_TRACE") != nullptr) {
+        std::printf("%s rc %d: %s\n", where.c_str(), rc,
+                    errors.empty() ? "-" : errors.front().first.c_str());
+    }
+    // Each routine on the way out reports the failure once (a helper such as readbin reports
+    // it, then the routine that called it); one of them names what failed.
+    std::set<std::string> routines;
+    bool named = errors.empty();
+    for (const auto &[line, routine] : errors) {
+        EXPECT_TRUE(routines.insert(routine).second) << where << ": " << routine << " twice";
+        named = named || std::regex_match(line, form_of(kind).second);
+    }
+    EXPECT_TRUE(named) << where << " printed:\n" << out;
+    karst_emu_stats stats{};
+    karst_emu_get_stats(&stats);
+    EXPECT_EQ(stats.registered, 0u) << where << ": shared memory left registered";
+    EXPECT_EQ(stats.sessions, 0u) << where << ": session left open";
+    EXPECT_EQ(stats.contexts, 0u) << where << ": context left initialised";
+    EXPECT_EQ(open_fd_count(), fds) << where << ": descriptor left open";
+    EXPECT_EQ(karst::fault::held(Kind::mapping), mappings) << where << ": mapping left";
+    EXPECT_EQ(locks_held(), 0) << where << ": record lock left";
+    EXPECT_FALSE(__lsan_do_recoverable_leak_check && __lsan_do_recoverable_leak_check() != 0)
+        << where << ": heap leak (see the report above)";
 }
 
 } // namespace
@@ -134,58 +118,24 @@ std::size_t sweep_failures(const SweepCall &c) {
     const int fds = open_fd_count();
     const long mappings = karst::fault::held(Kind::mapping);
     std::size_t points = 0;
-    for (std::size_t nth = 1; nth < 10000; ++nth) {
+    int rc = 0;
+    for (std::size_t nth = 1; nth < MOST_POINTS; ++nth, ++points) {
         c.prepare();
         karst::fault::arm(Kind::any, nth);
-        int rc = 0;
-        const std::string out = capture_stdout([&] { rc = c.call(); });
+        std::string out = capture_stdout([&] { rc = c.call(); });
         const bool fired = karst::fault::fired();
         const Kind kind = karst::fault::fired_kind();
         karst::fault::disarm();
         if (!fired) {
-            EXPECT_EQ(rc, c.success_result) << c.name << ": completes once no acquisition fails\n"
-                                            << out;
+            EXPECT_EQ(rc, c.success_result) << c.name << ": completes once nothing fails\n" << out;
             break;
         }
-        ++points;
-        const std::string where =
-            c.name + ", failing acquisition " + std::to_string(nth) + " (" + kind_name(kind) + ")";
-        const bool specified = std::find(c.failure_results.begin(), c.failure_results.end(), rc) !=
-                               c.failure_results.end();
-        EXPECT_TRUE(specified) << where << " returned " << rc << "\n" << out;
-        const std::vector<std::string> errors = error_lines(out, c.expected_noise);
-        if (std::getenv("KARST_SWEEP_TRACE") != nullptr) {
-            std::printf("%s rc %d: %s\n", where.c_str(), rc,
-                        errors.empty() ? "-" : errors.front().c_str());
-        }
-        // Each routine on the way out reports the failure once (a helper such as readbin
-        // reports it, then the routine that called it); one of them names what failed.
-        std::set<std::string> routines;
-        for (const std::string &line : errors) {
-            EXPECT_TRUE(routines.insert(routine_of(line)).second)
-                << where << ": " << routine_of(line) << " reported twice:\n"
-                << out;
-        }
-        EXPECT_TRUE(
-            errors.empty() ||
-            std::any_of(errors.begin(), errors.end(),
-                        [&](auto &line) { return std::regex_match(line, message_of(kind)); }))
-            << where << " printed:\n"
-            << out;
-        karst_emu_stats stats{};
-        karst_emu_get_stats(&stats);
-        EXPECT_EQ(stats.registered, 0u) << where << ": shared memory left registered";
-        EXPECT_EQ(stats.sessions, 0u) << where << ": session left open";
-        EXPECT_EQ(stats.contexts, 0u) << where << ": context left initialised";
-        EXPECT_EQ(open_fd_count(), fds) << where << ": descriptor left open";
-        EXPECT_EQ(karst::fault::held(Kind::mapping), mappings) << where << ": mapping left";
-        EXPECT_EQ(locks_held(), 0) << where << ": record lock left";
-        EXPECT_FALSE(leaks_found()) << where << ": heap leak (see the report above)";
-
+        const std::string where = c.name + ", failing acquisition " + std::to_string(nth) + " (" +
+                                  form_of(kind).first + ")";
+        check_failing_run(c, where, rc, kind, out, fds, mappings);
         c.prepare();
-        int again = -1;
-        const std::string normal = capture_stdout([&] { again = c.call(); });
-        EXPECT_EQ(again, c.success_result) << where << ": the normal call that follows\n" << normal;
+        out = capture_stdout([&] { rc = c.call(); });
+        EXPECT_EQ(rc, c.success_result) << where << ": the normal call that follows\n" << out;
     }
     g_points += points;
     ++g_calls;

@@ -2,9 +2,12 @@
 // without reaching the injection, and check each failing run.
 #pragma once
 
+#include "support/sweep_session.hpp"
+
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace karst::test {
@@ -18,7 +21,24 @@ struct SweepCall {
     std::function<void()> prepare = [] {};
     // Error lines the call prints by design even when nothing fails (they are not counted).
     std::string expected_noise = {};
+
+    // For the rows of a table: SWEEP(routine, arguments...).failing({-1, 0}).
+    SweepCall failing(std::vector<int> r) { return failure_results = std::move(r), *this; }
+    SweepCall succeeding(int result) { return success_result = result, *this; }
+    SweepCall prepared(std::function<void()> fn) { return prepare = std::move(fn), *this; }
+    SweepCall noise(std::string line) { return expected_noise = std::move(line), *this; }
 };
+
+// A row of a table: the call under its name.
+inline SweepCall sweep_call(std::string name, std::function<int()> call) {
+    return SweepCall{.name = std::move(name), .call = std::move(call)};
+}
+// A row that calls routine with the arguments (evaluated at each call), named for the routine;
+// SWEEP_IN_SESSION calls it inside a session of its own.
+#define SWEEP(routine, ...) karst::test::sweep_call(#routine, [&] { return routine(__VA_ARGS__); })
+#define SWEEP_IN_SESSION(routine, ...)                                                             \
+    karst::test::sweep_call(                                                                       \
+        #routine, [&] { return karst::test::in_session([&] { return routine(__VA_ARGS__); }); })
 
 // Runs the sweep with gtest expectations. For every failing run: the call returns a failure
 // result; it prints at most one error line, and that line names the failed acquisition; it

@@ -1,11 +1,10 @@
 #include "support/openssl_tools.hpp"
 
 #include "core/shell.hpp"
+#include "support/test_env.hpp"
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sys/wait.h>
 
 namespace karst::test {
@@ -13,19 +12,13 @@ namespace {
 
 using karst::shell::quote;
 
-constexpr char EC_KEY[] = " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes";
-
-std::vector<uint8_t> bytes_of_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+// openssl req making an EC P-256 key in base.key for the subject name.
+std::string new_key_request(const std::string &base, const std::string &name) {
+    return "openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout " +
+           quote(base + ".key") + " -subj " + quote("/CN=" + name) + " ";
 }
 
 std::string g_certificate_dir;
-
-void remove_certificate_dir() {
-    std::error_code ec;
-    std::filesystem::remove_all(g_certificate_dir, ec);
-}
 
 } // namespace
 
@@ -36,16 +29,14 @@ int sh(const std::string &command_line) {
 
 bool make_ca(const std::string &dir, const std::string &name) {
     const std::string base = dir + "/" + name;
-    return sh("openssl req -x509" + std::string(EC_KEY) + " -keyout " + quote(base + ".key") +
-              " -subj " + quote("/CN=" + name) + " -days 30 -outform DER -out " +
+    return sh(new_key_request(base, name) + "-x509 -days 30 -outform DER -out " +
               quote(base + ".der") + " 2>/dev/null") == 0;
 }
 
 bool make_issued(const std::string &dir, const std::string &name, const std::string &ca) {
     const std::string base = dir + "/" + name;
     const std::string ca_base = dir + "/" + ca;
-    return sh("openssl req -new" + std::string(EC_KEY) + " -keyout " + quote(base + ".key") +
-              " -subj " + quote("/CN=" + name) + " -out " + quote(base + ".csr") +
+    return sh(new_key_request(base, name) + "-out " + quote(base + ".csr") +
               " 2>/dev/null && openssl x509 -req -in " + quote(base + ".csr") + " -CA " +
               quote(ca_base + ".der") + " -CAform DER -CAkey " + quote(ca_base + ".key") +
               " -CAcreateserial -days 30 -outform DER -out " + quote(base + ".der") +
@@ -57,10 +48,6 @@ bool public_key_of_csr(const std::string &csr_path, const std::string &pem_path)
               quote(pem_path) + " 2>/dev/null") == 0;
 }
 
-} // namespace karst::test
-
-namespace karst::test {
-
 const CertificateSet &certificates() {
     static const CertificateSet set = [] {
         char templ[] = "/tmp/karst-certs-XXXXXX";
@@ -69,17 +56,22 @@ const CertificateSet &certificates() {
             return s;
         }
         g_certificate_dir = templ;
-        std::atexit(remove_certificate_dir);
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(g_certificate_dir, ec);
+        });
         const std::string dir = templ;
-        if (!make_ca(dir, "ca") || !make_issued(dir, "leaf", "ca") || !make_ca(dir, "stranger")) {
-            return s;
+        if (make_ca(dir, "ca") && make_issued(dir, "leaf", "ca") && make_ca(dir, "stranger")) {
+            s.ca_path = dir + "/ca.der";
+            s.leaf_path = dir + "/leaf.der";
+            s.stranger_path = dir + "/stranger.der";
+            for (auto [path, bytes] : {std::pair{&s.ca_path, &s.ca},
+                                       {&s.leaf_path, &s.leaf},
+                                       {&s.stranger_path, &s.stranger}}) {
+                const std::string data = read_file(*path);
+                bytes->assign(data.begin(), data.end());
+            }
         }
-        s.ca_path = dir + "/ca.der";
-        s.leaf_path = dir + "/leaf.der";
-        s.stranger_path = dir + "/stranger.der";
-        s.ca = bytes_of_file(s.ca_path);
-        s.leaf = bytes_of_file(s.leaf_path);
-        s.stranger = bytes_of_file(s.stranger_path);
         return s;
     }();
     return set;

@@ -1,11 +1,11 @@
 #include "support/test_env.hpp"
 
 #include <cstdlib>
-#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <signal.h>
 #include <sstream>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,28 +50,19 @@ std::vector<karst_emu_invoke_record> journal() {
 }
 
 int open_fd_count() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    if (dir == nullptr) {
-        return -1;
-    }
-    while (readdir(dir) != nullptr) {
-        ++count;
-    }
-    closedir(dir);
-    return count;
+    std::error_code ec;
+    const std::filesystem::directory_iterator fds("/proc/self/fd", ec);
+    return ec ? -1 : static_cast<int>(std::distance(fds, {}));
 }
 
 std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream s;
-    s << in.rdbuf();
+    s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
 
 void write_file(const std::string &path, const std::string &data) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << data;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << data;
 }
 
 int in_child(const std::function<int()> &fn) {
@@ -83,64 +74,52 @@ int in_child(const std::function<int()> &fn) {
         _exit(rc);
     }
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
+    const bool exited = pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status);
+    return exited ? WEXITSTATUS(status) : -1;
 }
 
+// The child opens the session, says whether it holds it ('y') and keeps it until a byte comes
+// (or the parent goes away).
 SessionHolder::SessionHolder() {
-    int to_child[2], to_parent[2];
-    if (pipe(to_child) != 0 || pipe(to_parent) != 0) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         return;
     }
     std::fflush(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
-        close(to_child[1]);
-        close(to_parent[0]);
         const char ok = pta_open_session() == 0 ? 'y' : 'n';
-        (void)!write(to_parent[1], &ok, 1);
-        char cmd = 0;
-        (void)!read(to_child[0], &cmd, 1); // release, or the parent went away
-        if (ok == 'y') {
+        char release = 0;
+        if (write(ends[1], &ok, 1) == 1 && ok == 'y') {
+            (void)!read(ends[1], &release, 1);
             pta_close_session();
         }
         _exit(0);
     }
-    close(to_child[0]);
-    close(to_parent[1]);
+    close(ends[1]);
     char ok = 0;
-    holding_ = pid_ > 0 && read(to_parent[0], &ok, 1) == 1 && ok == 'y';
-    close(to_parent[0]);
-    to_child_ = to_child[1];
+    holding_ = pid_ > 0 && read(ends[0], &ok, 1) == 1 && ok == 'y';
+    to_child_ = ends[0];
 }
 
 void SessionHolder::release() {
     if (to_child_ >= 0) {
-        (void)!write(to_child_, "x", 1);
+        (void)!send(to_child_, "x", 1, MSG_NOSIGNAL); // not to a child that is gone
         close(to_child_);
-        to_child_ = -1;
     }
     if (pid_ > 0) {
         waitpid(pid_, nullptr, 0);
-        pid_ = -1;
     }
+    pid_ = to_child_ = -1;
     holding_ = false;
 }
 
+// The child dies holding the session; it cannot read the release that follows.
 void SessionHolder::kill_holder() {
-    // The child is gone: closing the pipe, not writing to it (which would raise SIGPIPE).
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
     }
-    if (to_child_ >= 0) {
-        close(to_child_);
-        to_child_ = -1;
-    }
-    holding_ = false;
+    release();
 }
 
 SessionHolder::~SessionHolder() {

@@ -45,10 +45,9 @@ void write_file(const std::string &path, const std::string &data);
 
 // Whether out matches the regular expression re as a whole.
 inline ::testing::AssertionResult matches(const std::string &out, const std::string &re) {
-    if (std::regex_match(out, std::regex(re))) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "output \"" << out << "\" does not match " << re;
+    return std::regex_match(out, std::regex(re))
+               ? ::testing::AssertionSuccess()
+               : ::testing::AssertionFailure() << "output \"" << out << "\" does not match " << re;
 }
 
 // Runs fn in a child process; returns the child's exit status (fn's result), or -1.
