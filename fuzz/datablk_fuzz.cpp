@@ -4,8 +4,10 @@
 // - a set that succeeds leaves a correct CRC, and a block that checks still checks;
 // and, on blocks built from a fresh create, that the block always agrees with a simple model
 // of its keys: the values read back, the used length, the room rule of set.
-#include "datablk_input.hpp"
-
+// An input: byte 0 the mode (even: a foreign block, as other software might hand it over; odd:
+// a build). Foreign: flags, key length, key, value length (2 bytes), value, get capacity
+// (2 bytes), then the block itself. Build: block size (2 bytes), then operations until the
+// input ends: key index, value length, value bytes. Seeds: fuzz/corpus/datablk.
 #include "datablk/header.hpp"
 #include "datablk/klv.hpp"
 #include "karst.h"
@@ -20,6 +22,12 @@
 #include <vector>
 
 namespace {
+
+constexpr uint8_t FOREIGN = 0;
+constexpr uint8_t FIX_DATA_LEN = 1;       // make max_data_len fit the bytes given
+constexpr uint8_t FIX_CRC = 2;            // store a correct CRC before the operations
+constexpr uint32_t BUILD_MAX_SIZE = 4096; // block sizes 17 .. 17 + BUILD_MAX_SIZE - 1
+constexpr uint32_t BUILD_KEYS = 8;        // keys "k0" .. "k7" and longer ones (see key_name)
 
 using Bytes = std::vector<uint8_t>;
 
@@ -76,7 +84,7 @@ void foreign_block(Reader in) {
     if (size < karst::datablk::HEADER_LEN) {
         return; // below the header: the calls without a length are not given such a buffer
     }
-    if ((flags & fuzz_input::FIX_DATA_LEN) != 0 && size > karst::datablk::HEADER_LEN) {
+    if ((flags & FIX_DATA_LEN) != 0 && size > karst::datablk::HEADER_LEN) {
         karst::datablk::store_be32(blk.get() + 12,
                                    static_cast<uint32_t>(size - karst::datablk::HEADER_LEN));
     }
@@ -86,7 +94,7 @@ void foreign_block(Reader in) {
     if (karst::datablk::datablk_len_ok(claimed) && claimed > size - karst::datablk::HEADER_LEN) {
         return;
     }
-    if ((flags & fuzz_input::FIX_CRC) != 0) {
+    if ((flags & FIX_CRC) != 0) {
         pta20_datablk_update_crc(0, blk.get());
     }
     for (int32_t opt = 0; opt <= 4; ++opt) {
@@ -119,11 +127,11 @@ std::string key_name(uint32_t index) {
     if (index % 16 == 15) {
         return std::string(255, static_cast<char>('a' + index % 7));
     }
-    return "k" + std::to_string(index % fuzz_input::BUILD_KEYS);
+    return "k" + std::to_string(index % BUILD_KEYS);
 }
 
 void built_block(Reader in) {
-    const uint32_t size = 17 + in.word() % fuzz_input::BUILD_MAX_SIZE;
+    const uint32_t size = 17 + in.word() % BUILD_MAX_SIZE;
     auto blk = exact(nullptr, size);
     require(pta20_datablk_create(DATABLK_MAGIC_FW, blk.get(), size) == 0);
     const uint32_t area = size - karst::datablk::HEADER_LEN;
@@ -183,7 +191,7 @@ void built_block(Reader in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Reader in{data, size};
-    if (in.byte() % 2 == fuzz_input::FOREIGN) {
+    if (in.byte() % 2 == FOREIGN) {
         foreign_block(in);
     } else {
         built_block(in);

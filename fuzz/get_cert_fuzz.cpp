@@ -5,8 +5,8 @@
 //   certificate of the answer (or, for index 5, the whole answer), and zeros after them;
 // - failure leaves the caller's buffer cleared and its size unchanged;
 // - every registration is released.
-#include "get_cert_input.hpp"
-
+// An input: byte 0 the certificate index plus 1; bytes 1-2 the caller's buffer size,
+// big-endian; the rest what the secure world answers. Seeds: fuzz/corpus/get_cert.
 #include "attestation/der_chain.hpp"
 #include "karst.h"
 #include "karst_emu.h"
@@ -19,6 +19,8 @@
 #include <vector>
 
 namespace {
+
+constexpr std::size_t INPUT_HEADER = 3; // index, buffer size
 
 #define require(ok) check_rule(ok, __LINE__)
 void check_rule(bool ok, int line) {
@@ -63,13 +65,13 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size < get_cert_input::HEADER) {
+    if (size < INPUT_HEADER) {
         return 0;
     }
     const int32_t index = static_cast<int32_t>(data[0]) - 1;
     const uint32_t capacity = static_cast<uint32_t>(data[1]) << 8 | data[2];
-    const uint8_t *answer = data + get_cert_input::HEADER;
-    const size_t answer_len = size - get_cert_input::HEADER;
+    const uint8_t *answer = data + INPUT_HEADER;
+    const size_t answer_len = size - INPUT_HEADER;
     karst_emu_answer(PTA_DALU_CMD_GET_CERTIFICATE, 1, answer, answer_len);
 
     // The caller's buffer, exactly its size, so that the sanitizer sees any write past it.

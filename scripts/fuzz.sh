@@ -24,21 +24,17 @@ for source in fuzz/*_fuzz.cpp; do
     target=$(basename "$source" .cpp)
     name=${target%_fuzz}
     corpus="$build/corpus/$name"
-    seeds="$build/seeds/$name"
-    mkdir -p "$corpus" "$seeds"
-    if [ -x "$build/fuzz/${name}_seeds" ]; then
-        "$build/fuzz/${name}_seeds" "$seeds"
-    fi
-    committed=()
+    mkdir -p "$corpus"
+    seeds=()
     if [ -d "fuzz/corpus/$name" ]; then
-        committed=("fuzz/corpus/$name")
+        seeds=("fuzz/corpus/$name")
     fi
     log="$build/$target.log"
     echo "== $target: ${seconds}s"
     # Standard output is closed for the target: the library's messages would drown the log.
     if ! "$build/fuzz/$target" -max_total_time="$seconds" -close_fd_mask=1 \
-        -artifact_prefix="$build/artifacts/" -print_final_stats=1 "$corpus" "$seeds" \
-        "${committed[@]}" >"$log" 2>&1; then
+        -artifact_prefix="$build/artifacts/" -print_final_stats=1 "$corpus" "${seeds[@]}" \
+        >"$log" 2>&1; then
         tail -n 60 "$log"
         echo "$target failed; its input is in $build/artifacts/" >&2
         exit 1
