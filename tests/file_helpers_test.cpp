@@ -1,4 +1,5 @@
 // Whole-file reads, buffer writes and the bounded string copy.
+#include "core/fault_injection.hpp"
 #include "support/test_env.hpp"
 
 #include <cstdlib>
@@ -40,9 +41,15 @@ TEST_F(FileHelpersTest, WhatCannotBeReadOrWrittenIsReported) {
     out = capture_stdout([&] { rc += readbin(path("/tmp").c_str(), &buf, &size); });
     EXPECT_TRUE(matches(out, R"(\[E:readbin:\d+\] Failed to read all data\n)"));
     EXPECT_EQ(buf, nullptr);
+    write_file(missing, "data");
+    karst::fault::arm(karst::fault::Kind::heap, 1);
+    out = capture_stdout([&] { rc += readbin(missing.c_str(), &buf, &size); });
+    karst::fault::disarm();
+    EXPECT_TRUE(matches(out, R"(\[E:readbin:\d+\] Failed to allocate buffer\n)")) << out;
+    EXPECT_EQ(buf, nullptr);
     out = capture_stdout([&] { rc += writebin(bad.c_str(), "abc", 3); });
     EXPECT_TRUE(matches(out, R"(\[E:writebin:\d+\] Failed to open file:)" + bad + "\n"));
-    EXPECT_EQ(rc, -3);
+    EXPECT_EQ(rc, -4);
 }
 
 TEST_F(FileHelpersTest, WritebinReplacesTheWholeFile) {
