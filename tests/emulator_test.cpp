@@ -92,6 +92,9 @@ TEST_F(EmulatorTest, MemoryReferencesFollowTheClientRules) {
             TEEC_ReleaseSharedMemory(&value);
         }
     }
+    char byte = 0;
+    TEEC_SharedMemory unknown_flag{&byte, 1, TEEC_MEM_INPUT | 0x4, 0, nullptr, nullptr};
+    EXPECT_EQ(TEEC_RegisterSharedMemory(&ctx_, &unknown_flag), BAD);
 }
 
 // Parameter types that are undefined, or wrong for the command, and a command the application
