@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev libbenchmark-dev clang libclang-rt-dev \
-    g++-arm-linux-gnueabihf qemu-user googletest
+    g++-arm-linux-gnueabihf qemu-user googletest abigail-tools
 jobs=$(nproc)
 
 # run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
@@ -27,6 +27,7 @@ run_suite() {
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
 scripts/check_install.sh build/host
+scripts/check_abi.sh build/host
 echo "==== tidy"
 scripts/tidy.sh build/host
 
