@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The whole test suite: a normal build with clang-tidy over its sources; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; the threaded tests under ThreadSanitizer; each fuzz target for
-# 20 seconds; and the 32-bit ARM build, run under qemu-arm.
+# The whole test suite: a normal build with clang-tidy over its sources, its install (pkg-config
+# and CMake consumers), its exported interface against abi/ and the README's examples; an
+# AddressSanitizer + UndefinedBehaviorSanitizer build with leaks counted as failures; the
+# threaded tests under ThreadSanitizer; each fuzz target for 20 seconds; and the 32-bit ARM
+# build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,8 +28,10 @@ run_suite() {
 }
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
+echo "==== install, ABI, README examples"
 scripts/check_install.sh build/host
 scripts/check_abi.sh build/host
+scripts/readme_examples.sh
 echo "==== tidy"
 scripts/tidy.sh build/host
 
