@@ -29,6 +29,8 @@ if(KARST_TEE_RESOLVED STREQUAL "system")
     set(KARST_TEEC_INCLUDE_DIR ${KARST_SYSTEM_TEEC_INCLUDE_DIR})
     target_include_directories(karst_teec INTERFACE ${KARST_SYSTEM_TEEC_INCLUDE_DIR})
     target_link_libraries(karst_teec INTERFACE ${KARST_SYSTEM_TEEC_LIBRARY})
+    # What a program linking the installed static library links: the system's, by name.
+    set(KARST_TEEC_INSTALLED teec)
     message(STATUS "karst: board build against ${KARST_SYSTEM_TEEC_LIBRARY}")
 elseif(KARST_TEE_RESOLVED STREQUAL "emulator")
     set(KARST_WITH_EMULATOR ON)
@@ -36,7 +38,9 @@ elseif(KARST_TEE_RESOLVED STREQUAL "emulator")
     target_include_directories(karst_teec INTERFACE
         $<BUILD_INTERFACE:${KARST_TEEC_INCLUDE_DIR}>)
     target_compile_definitions(karst_teec INTERFACE KARST_HOST_BUILD=1)
-    # The emulator target (teec) is linked in emulator/CMakeLists.txt.
+    # The emulator target (teec) is linked in emulator/CMakeLists.txt; installed, it is the
+    # exported target karst::emulator.
+    set(KARST_TEEC_INSTALLED karst_emulator)
     message(STATUS "karst: host build against the secure-world emulator")
 else()
     message(FATAL_ERROR "KARST_TEE must be auto, system or emulator (got ${KARST_TEE})")

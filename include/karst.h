@@ -24,6 +24,19 @@ extern "C" {
 #endif
 
 /* ---------------------------------------------------------------------------------------------
+ * Version. The build reads these four lines: they give libkarst.so's version (the major number
+ * its soname's), karst.pc's and the CMake package's.
+ */
+#define KARST_VERSION_MAJOR 1
+#define KARST_VERSION_MINOR 0
+#define KARST_VERSION_PATCH 0
+#define KARST_VERSION "1.0.0"
+
+/* The version of the library the program runs with: KARST_VERSION as it was when the library
+ * was built, to compare with the KARST_VERSION the program was compiled with. Never null. */
+KARST_API const char *karst_version(void);
+
+/* ---------------------------------------------------------------------------------------------
  * Command numbers. A dispatcher number equals the command ID the secure world sees, except that
  * 32 and 33 are aliases of 31.
  */

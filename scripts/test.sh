@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# The whole test suite: a normal build with clang-tidy over its sources; an AddressSanitizer + UndefinedBehaviorSanitizer build
-# with leaks counted as failures; the threaded tests under ThreadSanitizer; each fuzz target for
-# 20 seconds; and the 32-bit ARM build, run under qemu-arm.
+# The whole test suite: a normal build with clang-tidy over its sources, its install (pkg-config
+# and CMake consumers), its exported interface against abi/ and the README's examples; an
+# AddressSanitizer + UndefinedBehaviorSanitizer build with leaks counted as failures; the
+# threaded tests under ThreadSanitizer; each fuzz target for 20 seconds; and the 32-bit ARM
+# build, run under qemu-arm.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev libbenchmark-dev clang libclang-rt-dev \
-    g++-arm-linux-gnueabihf qemu-user googletest
+    g++-arm-linux-gnueabihf qemu-user googletest abigail-tools
 jobs=$(nproc)
 
 # run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
@@ -26,7 +28,10 @@ run_suite() {
 }
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
+echo "==== install, ABI, README examples"
 scripts/check_install.sh build/host
+scripts/check_abi.sh build/host
+scripts/readme_examples.sh
 echo "==== tidy"
 scripts/tidy.sh build/host
 
