@@ -26,7 +26,7 @@ guarded=$(find "$sources" -name '*.cpp' -print0 | xargs -0 awk '
 
 count=0
 missing=0
-for name in $(nm -D --defined-only "$lib" | awk '$2 == "T" { print $3 }'); do
+for name in $(nm -D --defined-only --without-symbol-versions "$lib" | awk '$2 == "T" { print $3 }'); do
     count=$((count + 1))
     if ! grep -qx -- "$name" <<<"$guarded"; then
         echo "no exception guard: $name"
