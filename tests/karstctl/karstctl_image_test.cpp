@@ -128,11 +128,14 @@ TEST_F(KarstctlImageTest, AsyncUpdateOnATerminalDrawsABar) {
 }
 
 TEST_F(KarstctlImageTest, CtrlCLeavesTheUpdateRunning) {
-    setenv("KARST_EMU_PROGRAM_RATE", "2097152", 1); // two seconds
+    setenv("KARST_EMU_PROGRAM_RATE", "1048576", 1); // four seconds: time to interrupt it
+    const uint32_t bios = IMG_ID(IMG_TYPE_BIOS, 0);
     const TerminalRun r = run_on_terminal(
         {"image", "update", "bios", "staging", "--file", path("/bios.bin"), "--async"},
-        [](pid_t pid, const std::string &screen) {
-            if (!has(screen, "[")) {
+        [bios](pid_t pid, const std::string &screen) {
+            // Once the bar is drawn and the update's own process programs (its progress file is
+            // there): by then that process has left the terminal's session.
+            if (!has(screen, "[") || pta20_img_updmsg(bios, 0) < 0) {
                 return false;
             }
             kill(pid, SIGINT);
@@ -140,14 +143,22 @@ TEST_F(KarstctlImageTest, CtrlCLeavesTheUpdateRunning) {
         });
     EXPECT_EQ(r.status, 3) << r.screen;
     EXPECT_TRUE(has(r.screen, "stopped watching; the update goes on")) << r.screen;
-    // The update finishes on its own.
-    int percent = -1;
-    for (int i = 0; i < 300 && percent != 100; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        percent = pta20_img_updmsg(IMG_ID(IMG_TYPE_BIOS, 0), 0);
-    }
-    EXPECT_EQ(percent, 100);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // let it close its session
+    // The update finishes on its own, then its process releases the session: states waited
+    // for, with a bound no machine should reach.
+    const auto wait_for = [](const std::function<bool()> &done) {
+        const auto give_up = std::chrono::steady_clock::now() + std::chrono::minutes(5);
+        while (!done() && std::chrono::steady_clock::now() < give_up) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return done();
+    };
+    EXPECT_TRUE(wait_for([bios] { return pta20_img_updmsg(bios, 0) == 100; }));
+    EXPECT_TRUE(wait_for([] {
+        uint32_t rc = 1;
+        capture_stdout([&] { rc = pta_open_session(); }); // it retries, and says so, while busy
+        pta_close_session();
+        return rc == 0;
+    })) << "the update's process keeps the session";
 }
 
 TEST_F(KarstctlImageTest, BoardDevices) {
