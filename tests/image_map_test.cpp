@@ -48,7 +48,6 @@ TEST_F(ImageMapTest, WhatIsMappedFromEachSource) {
     const std::string own = path("/tmp/upload me.bin"), part = path("/tmp/partition.bin");
     make_sized_file(own, 0x3000);
     make_sized_file(part, 0x4200000 + 0x2000);
-    char buffer[16];
     // Image word, flags, argument, size asked, size mapped: a file up to the slot's size; a region
     // of the partition, or of a file in its place, not past its end (0: nothing, silently); a
     // caller's file as named; a buffer of the size asked, or the slot's.
@@ -56,13 +55,13 @@ TEST_F(ImageMapTest, WhatIsMappedFromEachSource) {
         {0x0201, 0, nullptr, 0, 0x40000},          {0x0301, 0, nullptr, 0, 0x4000000},
         {0x0203, 0, nullptr, 0x1000, 0x1000},      {0x0203, 0, nullptr, 0x800000, 0},
         {0x0103, 2, part.c_str(), 0x2000, 0x2000}, {0x0103, 2, part.c_str(), 0x2001, 0},
-        {0x0201, 2, own.c_str(), 0, 0x3000},       {0x1700, 1, buffer, 0, 0x40000},
-        {0x1700, 1, buffer, 0x100, 0x100}};
+        {0x0201, 2, own.c_str(), 0, 0x3000},       {0x1700, 1, bios.data(), 0, 0x40000},
+        {0x1700, 1, bios.data(), 0x100, 0x100}};
     for (const auto &[img, flags, arg, asked, size] : rows) {
         EXPECT_EQ(mapped(img, flags, arg, asked), size) << std::hex << img << ' ' << flags;
         EXPECT_EQ(out_.empty(), size == 0 || flags == IMG_SRC_BUFFER) << out_; // the mapping's line
     }
-    EXPECT_EQ(image_.data(), buffer) << "the caller's buffer as it is";
+    EXPECT_EQ(image_.data(), bios.data()) << "the caller's buffer as it is";
     // Nothing, silently: an empty or a missing file, no table, slot 15, an empty slot, no store
     // the library opens, sources 4 to 7, no file or buffer of the caller's, no size.
     const std::tuple<uint32_t, uint32_t, const char *> refused[] = {
@@ -80,11 +79,13 @@ TEST_F(ImageMapTest, WhatIsMappedFromEachSource) {
     EXPECT_TRUE(matches(out_, R"(\[E:pta_mmap_img:\d+\] Mmap )" + path("/nv1/cpld_staging.bin") +
                                   R"( failed because of file_stat\.st_size\(40001\) > )"
                                   R"(pimg->size\(40000\)\n)"));
+}
 
-    // The extended copy: the slot's file, cut or padded with zero bytes to 32 MiB, in a copy
-    // whose name is gone once it is mapped; a stale copy never leaks in.
+// The slot's file, cut or padded with zero bytes to 32 MiB, in a copy whose name is gone once it
+// is mapped; a stale copy never leaks in.
+TEST_F(ImageMapTest, ExtendedCopyIsExactly32MiBAndGone) {
     const std::string content = image_bytes(0x123457), copy = path("/tmp/extended_buffer.bin");
-    write_file(path("/nv1/nvbios_staging.bin"), content); // was empty
+    write_file(path("/nv1/nvbios_staging.bin"), content);
     make_sized_file(copy, 0x3000000, std::string(0x200000, 'S'));
     const std::string padded = content + std::string(0x2000000 - content.size(), '\0');
     for (int round = 0; round < 2; ++round) {
