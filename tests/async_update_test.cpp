@@ -1,12 +1,13 @@
-// The asynchronous update: the thread's state machine, polling of real progress written by the
-// emulator while it programs, and the rules of the poll. These tests run threads; the test
-// command also runs them under ThreadSanitizer.
+// The asynchronous update: the thread's states, the polls of the progress the emulator writes
+// while it programs, and the progress files and their lines. Tests named "Thread" also run under
+// ThreadSanitizer.
+#include "core/fault_injection.hpp"
 #include "images/async_update.hpp"
+#include "images/progress_line.hpp"
 #include "support/image_files.hpp"
 #include "support/test_env.hpp"
 
 #include <chrono>
-#include <regex>
 #include <thread>
 
 using namespace karst::test;
@@ -15,171 +16,109 @@ namespace {
 
 class AsyncUpdateThreadTest : public KarstTest {
   protected:
-    void SetUp() override {
-        KarstTest::SetUp();
-        karst_emu_program_rate(0);
-    }
-
-    static img_update_ctx context(uint32_t img, void *arg = nullptr, uint32_t size = 0) {
-        img_update_ctx ctx{};
-        ctx.img = img;
-        ctx.arg = arg;
-        ctx.size = size;
-        return ctx;
-    }
-
-    // Polls until the update has ended; returns every value the polls reported.
-    static std::vector<int> poll_to_the_end(img_update_ctx &ctx) {
-        std::vector<int> seen;
-        const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::atomic_ref<int32_t>(ctx.state).load() >= IMG_UPD_QUEUED &&
-               std::chrono::steady_clock::now() < give_up) {
-            seen.push_back(pta20_img_updprogress(&ctx));
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    // Starts the update of img (its result) and, once started, polls it until it has ended, for
+    // five minutes at most (the polls in seen_).
+    int update(uint32_t img) {
+        ctx_.img = img;
+        const int rc = pta20_img_update_async(&ctx_);
+        const auto give_up = std::chrono::steady_clock::now() + std::chrono::minutes(5);
+        for (bool on = rc == 0; on && std::chrono::steady_clock::now() < give_up;) {
+            seen_.push_back(pta20_img_updprogress(&ctx_));
+            on = std::atomic_ref<int32_t>(ctx_.state).load() >= IMG_UPD_QUEUED;
+            std::this_thread::sleep_for(std::chrono::milliseconds(on ? 10 : 0));
         }
-        return seen;
+        return rc;
     }
-
-    void write_progress(const char *line) { write_file(path("/tmp/fw-update-CPLD.out"), line); }
+    std::string progress_file(const std::string &n) { return path("/tmp/fw-update-" + n + ".out"); }
+    img_update_ctx ctx_{};
+    std::vector<int> seen_;
 };
 
-TEST_F(AsyncUpdateThreadTest, PollsFollowTheProgrammingToTheEnd) {
+// An update runs to its end (the image as large as the flash), the polls following it; a failed
+// one ends in -1 and polls 0, until the caller makes the context idle again.
+TEST_F(AsyncUpdateThreadTest, UpdatesStartAndRunToTheirEnd) {
     write_file(path("/nv1/cpld_staging.bin"), image_bytes(0x40000, 5));
-    write_progress("written: 1, total: 1, 100%\n"); // stale: removed before the start
-    karst_emu_program_rate(0x40000);                // one second for the whole image
-    img_update_ctx ctx = context(0x0201);
-    std::vector<int> seen;
-    const std::string out = capture_stdout([&] {
-        ASSERT_EQ(pta20_img_update_async(&ctx), 0);
-        seen = poll_to_the_end(ctx);
-    });
-    EXPECT_EQ(ctx.state, IMG_UPD_IDLE);
-    ASSERT_FALSE(seen.empty());
-    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end())) << "never backwards";
-    EXPECT_LE(seen.back(), 98);
-    const bool in_between =
-        std::any_of(seen.begin(), seen.end(), [](int p) { return p > 0 && p < 98; });
-    EXPECT_TRUE(in_between) << "the programming was seen progressing";
-    EXPECT_TRUE(
-        std::regex_search(out, std::regex(R"(\[Debug [0-9a-f]+ UtilPTA20\.cpp:\d+\] cmd: rm -f )" +
-                                          path("/tmp/fw-update-CPLD.out") + "\n")))
-        << out;
+    write_file(progress_file("CPLD"), "written: 1, total: 1, 100%\n"); // stale: removed first
+    karst_emu_program_rate(0x40000);                                   // one second
+    ASSERT_EQ(update(0x0201), 0);
+    EXPECT_EQ(ctx_.state, IMG_UPD_IDLE);
+    EXPECT_TRUE(std::is_sorted(seen_.begin(), seen_.end())) << "never backwards";
+    EXPECT_TRUE(std::any_of(seen_.begin(), seen_.end(), [](int p) { return p > 0 && p < 98; }));
 
-    // After success the percentage stays where it was; the file says 100.
-    const int last = ctx.progress;
-    EXPECT_EQ(pta20_img_updprogress(&ctx), last);
-    EXPECT_EQ(pta20_img_updmsg(0x0201, 0), 100);
-    EXPECT_EQ(read_file(path("/tmp/fw-update-CPLD.out")), "written: 262144, total: 262144, 100%\n");
-
-    // The device holds the new image.
-    ASSERT_EQ(pta20_img_dump(0x0202, 0, nullptr, 0x40000), 0);
-    EXPECT_EQ(read_file(path("/nv1/cpld_backup.bin")), image_bytes(0x40000, 5));
-}
-
-TEST_F(AsyncUpdateThreadTest, TheUpdateHoldsTheSessionUntilItEnds) {
-    write_file(path("/nv1/bios_staging.bin"), image_bytes(0x80000));
-    karst_emu_program_rate(0x80000 * 2); // half a second
-    img_update_ctx ctx = context(0x0101);
-    capture_stdout([&] {
-        ASSERT_EQ(pta20_img_update_async(&ctx), 0);
-        while (std::atomic_ref<int32_t>(ctx.state).load() != IMG_UPD_RUNNING) {
-            std::this_thread::yield();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        char value[64];
-        EXPECT_EQ(pta20_ubootenv_get("bootcmd", value, sizeof value), -1) << "TEE is busy";
-        poll_to_the_end(ctx);
-    });
-    EXPECT_EQ(ctx.state, IMG_UPD_IDLE);
-}
-
-TEST_F(AsyncUpdateThreadTest, AFailedUpdateEndsInMinusOneAndPollsZero) {
     write_file(path("/nv1/erotmcu_staging.bin"), unsigned_image_bytes(0x1000));
-    img_update_ctx ctx = context(0x1701);
-    ctx.progress = 40;
-    capture_stdout([&] {
-        ASSERT_EQ(pta20_img_update_async(&ctx), 0);
-        poll_to_the_end(ctx);
-    });
-    EXPECT_EQ(ctx.state, -1);
-    EXPECT_EQ(pta20_img_updprogress(&ctx), 0);
-    // Only the caller moves -1 back to 0.
-    EXPECT_EQ(pta20_img_update_async(&ctx), -1);
-    EXPECT_EQ(ctx.state, -1);
+    ctx_ = {IMG_UPD_IDLE, 0, 0, nullptr, 40, 0};
+    ASSERT_EQ(update(0x1701), 0);
+    EXPECT_EQ(ctx_.state, -1);
+    EXPECT_EQ(pta20_img_updprogress(&ctx_), 0);
+    EXPECT_EQ(update(0x1701), -1) << "only the caller moves -1 back to 0";
     write_file(path("/nv1/erotmcu_staging.bin"), image_bytes(0x1000));
-    ctx.state = IMG_UPD_IDLE;
-    capture_stdout([&] {
-        ASSERT_EQ(pta20_img_update_async(&ctx), 0);
-        poll_to_the_end(ctx);
-    });
-    EXPECT_EQ(ctx.state, IMG_UPD_IDLE);
-}
+    ctx_.state = IMG_UPD_IDLE;
+    ASSERT_EQ(update(0x1701), 0);
+    EXPECT_EQ(ctx_.state, IMG_UPD_IDLE);
 
-TEST_F(AsyncUpdateThreadTest, StartsThatAreRefused) {
+    // Starts refused: no context, a context in use, a type without a progress file, a word out
+    // of range, a thread that cannot start: the context as it was, or idle again.
     EXPECT_EQ(pta20_img_update_async(nullptr), -1);
-    img_update_ctx busy = context(0x0101);
-    busy.state = IMG_UPD_RUNNING;
-    busy.progress = 33;
-    EXPECT_EQ(pta20_img_update_async(&busy), -1);
-    EXPECT_EQ(busy.state, IMG_UPD_RUNNING);
-    EXPECT_EQ(busy.progress, 33);
-
-    // Types without a progress file, and words out of range.
-    for (uint32_t img : {0x0301u, 0x0001u, 0x1501u, 0x1801u, 0x010Fu}) {
-        img_update_ctx ctx = context(img);
-        const std::string out =
-            capture_stdout([&] { EXPECT_EQ(pta20_img_update_async(&ctx), -1); });
-        EXPECT_TRUE(std::regex_match(
-            out,
-            std::regex(R"(\[Error [0-9a-f]+ UtilPTA20\.cpp:\d+\] clean progress file failed\n)")))
-            << out;
-        EXPECT_EQ(ctx.state, IMG_UPD_IDLE);
-    }
-    EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), 0u);
-}
-
-TEST_F(AsyncUpdateThreadTest, ThreadBodyRunsOnlyAQueuedContext) {
-    img_update_thread(nullptr);
-    for (int32_t state : {IMG_UPD_IDLE, IMG_UPD_RUNNING, -1}) {
-        img_update_ctx ctx = context(0x0201);
-        ctx.state = state;
-        EXPECT_EQ(img_update_thread(&ctx), nullptr);
-        EXPECT_EQ(ctx.state, state);
-    }
-    EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), 0u);
-    img_update_ctx ctx = context(0x0201); // no staging file: the update fails
-    ctx.state = IMG_UPD_QUEUED;
-    capture_stdout([&] { img_update_thread(&ctx); });
-    EXPECT_EQ(ctx.state, -1);
-}
-
-TEST_F(AsyncUpdateThreadTest, PollNeverGoesBackwardsNorAbove98) {
-    img_update_ctx ctx = context(0x0201);
-    ctx.state = IMG_UPD_RUNNING; // as the thread leaves it while it runs
-    const struct {
-        const char *line;
-        int expected;
-    } steps[] = {
-        {"written: 10, total: 100, 10%\n", 10},
-        {"written: 7, total: 100, 7%\n", 10},
-        {"garbage\n", 10},
-        {"written: 12, total: 100, 12%\n", 12},
-        {"written: 100, total: 100, 100%\n", 98},
-    };
-    for (const auto &step : steps) {
-        write_progress(step.line);
-        EXPECT_EQ(pta20_img_updprogress(&ctx), step.expected) << step.line;
-    }
-    capture_stdout([] { pta20_img_updmsg(0x0201, 1); });
-    EXPECT_EQ(pta20_img_updprogress(&ctx), 98) << "a missing file keeps the last value";
-    ctx.state = IMG_UPD_QUEUED;
-    ctx.progress = 0;
-    write_progress("written: 5, total: 100, 5%\n");
-    EXPECT_EQ(pta20_img_updprogress(&ctx), 5);
-    ctx.state = IMG_UPD_IDLE;
-    write_progress("written: 50, total: 100, 50%\n");
-    EXPECT_EQ(pta20_img_updprogress(&ctx), 5) << "idle: left as it is";
     EXPECT_EQ(pta20_img_updprogress(nullptr), -1);
+    ctx_ = {IMG_UPD_RUNNING, 0x0101, 0, nullptr, 33, 0};
+    EXPECT_EQ(update(0x0101), -1);
+    EXPECT_EQ(std::tie(ctx_.state, ctx_.progress), std::tuple(IMG_UPD_RUNNING, 33));
+    for (uint32_t img : {0x0301u, 0x0001u, 0x1501u, 0x1601u, 0x1801u, 0x010Fu}) {
+        ctx_ = {};
+        EXPECT_TRUE(
+            matches(capture_stdout([&] { EXPECT_EQ(update(img), -1); }),
+                    R"(\[Error [0-9a-f]+ UtilPTA20\.cpp:\d+\] clean progress file failed\n)"));
+        EXPECT_EQ(ctx_.state, IMG_UPD_IDLE) << std::hex << img;
+    }
+    karst::fault::arm(karst::fault::Kind::thread, 1);
+    EXPECT_EQ(update(0x0201), -1);
+    EXPECT_EQ(ctx_.state, IMG_UPD_IDLE);
+    EXPECT_EQ(karst_emu_calls(KARST_EMU_OPEN), 3u) << "only the updates that ran";
+}
+
+// The polls, never backwards nor above 98 (the end shows in the state), from the progress files
+// of the five types that have one.
+TEST_F(AsyncUpdateThreadTest, PollsOfTheProgressFiles) {
+    ctx_.img = 0x0201;
+    // The state (1 queued, 2 running, 0 idle), the file's line, what the poll returns.
+    const std::tuple<int32_t, const char *, int> steps[] = {
+        {1, "written: 5, total: 9, 5%", 5},   {2, "written: 1, total: 1, 10%", 10},
+        {2, "written: 7, total: 9, 7%", 10},  {2, "written: 9, total: 9, 99", 10},
+        {2, "written: 1, total: 1, 12%", 12}, {0, "written: 5, total: 9, 50%", 12},
+        {2, "written: 9, total: 9, 100%", 98}};
+    for (const auto &[state, line, expected] : steps) {
+        ctx_.state = state;
+        write_file(progress_file("CPLD"), line);
+        EXPECT_EQ(pta20_img_updprogress(&ctx_), expected) << line;
+    }
+    // The five types' files, each with a first line of another form: any text before the first
+    // marker and any character where a space stands, the percentage as atoi reads it, fields of
+    // 15 characters.
+    const std::tuple<uint32_t, std::string, const char *, int> files[] = {
+        {0x0101, "BIOS", "written: 123456789012345, total: 123456789012345, 000000000000033%", 33},
+        {0x0200, "CPLD", "fw: written:_1,_total:_2,_77%", 77},
+        {0x090E, "NVFPGA", "written: 1, total: 2,  42abc%", 42},
+        {0x0C01, "NVC1BIOS", "written: 1, total: 2, 999999999999999%", 2147483647},
+        {0x1701, "NUVEROTMCU", "written: 3, total: 4, 75%", 75}};
+    for (const auto &[img, name, line, percent] : files) {
+        write_file(progress_file(name), line + std::string("\nwritten: 4, total: 4, 100%\n"));
+        EXPECT_EQ(pta20_img_updmsg(img, 7), percent) << name; // any mode but 1 reads
+        EXPECT_TRUE(matches(
+            capture_stdout([&, img = img] { EXPECT_EQ(pta20_img_updmsg(img, 1), 0); }),
+            R"(\[Debug [0-9a-f]+ UtilPTA20\.cpp:\d+\] cmd: rm -f )" + progress_file(name) + "\n"));
+        EXPECT_EQ(pta20_img_updmsg(img, 0), -1) << "removed";
+    }
+    write_file(progress_file("BIOS"), "");
+    EXPECT_EQ(pta20_img_updmsg(0x0101, 0), -1) << "empty";
+    // Lines with markers missing, overlapping or out of order, and fields of 16 characters.
+    for (const char *line :
+         {"", "total: 2048, 50%", "written: 1024, 2048, 50%", "written: 1024, total: 2048 50%",
+          "written: 1024, total: 2048, 50", "written: 1024, total: 2048, 0000000000000050%",
+          "written: 1234567890123456, total: 2048, 50%", "written: 1, total: 1234567890123456, 50%",
+          "written:total:,%", "written: total: 5, 5%", "written: 1, total:, 5%",
+          "written: 1, total: 2,%", "%, total: written: 1"}) {
+        EXPECT_EQ(karst::images::parse_progress_line(line), -1) << '"' << line << '"';
+    }
 }
 
 } // namespace
