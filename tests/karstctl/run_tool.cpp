@@ -45,10 +45,13 @@ void exec_karstctl(const std::vector<std::string> &args) {
 ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args) {
     const std::string out_path = root + "/karstctl.out";
     const std::string err_path = root + "/karstctl.err";
+    const std::string journal_path = root + "/karstctl.journal";
+    unlink(journal_path.c_str());
 
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
+        setenv("KARST_EMU_JOURNAL", journal_path.c_str(), 1);
         const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) {
@@ -63,6 +66,7 @@ ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &ar
     }
     run.out = read_file(out_path);
     run.err = read_file(err_path);
+    run.reached = access(journal_path.c_str(), F_OK) == 0;
     return run;
 }
 
