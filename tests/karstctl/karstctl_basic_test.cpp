@@ -1,5 +1,5 @@
 // karstctl run as a process: its arguments, exit statuses and outputs in one table, help and
-// the update's progress.
+// completion, and the update's progress.
 #include "karstctl/run_tool.hpp"
 #include "support/test_env.hpp"
 
@@ -118,7 +118,7 @@ TEST_F(KarstctlTest, ResultsAloneOnStandardOutput) {
     });
 }
 
-TEST_F(KarstctlTest, HelpAndVersion) {
+TEST_F(KarstctlTest, HelpVersionAndCompletion) {
     for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
              {"--help"}, {"env", "get", "--help"}, {"image", "update", "--help"}}) {
         const ToolRun r = run(args);
@@ -129,6 +129,15 @@ TEST_F(KarstctlTest, HelpAndVersion) {
     }
     EXPECT_EQ(run({"--version"}).out, "karstctl 1.0.0\n");
 
+    const std::string script =
+        "bash -c 'source " KARST_TEST_KARSTCTL ".bash; COMP_WORDS=(karstctl image update b); "
+        "COMP_CWORD=3; _karstctl; echo \"${COMPREPLY[*]}\"'";
+    std::FILE *shell = popen(script.c_str(), "r");
+    ASSERT_NE(shell, nullptr);
+    char line[256] = {0};
+    EXPECT_NE(std::fgets(line, sizeof line, shell), nullptr);
+    EXPECT_EQ(pclose(shell), 0);
+    EXPECT_STREQ(line, "bmc bios bpncpld\n");
 }
 
 TEST_F(KarstctlTest, UpdateShowsItsProgressOrReturnsAtOnce) {
