@@ -40,7 +40,7 @@ class KarstctlTest : public KarstTest {
 };
 
 TEST_F(KarstctlTest, OperandsAreCheckedBeforeTheSecureWorld) {
-    write_file(path("/bios.bin"), "bios");
+    write_file(path("/x"), "bios");
     check({
         {{}, 2, "", "a command is needed; commands: env, inventory,", false},
         {{"frob"}, 2, "", "unknown command 'frob'; commands: env, inventory,", false},
@@ -49,7 +49,6 @@ TEST_F(KarstctlTest, OperandsAreCheckedBeforeTheSecureWorld) {
         {{"memreg", "zz"}, 2, "", "not a 32-bit hexadecimal address", false},
         {{"memreg", "1f1"}, 2, "", "a multiple of 4", false},
         {{"memreg", "1f0", "65"}, 2, "", "out of range 0x01 to 0x40", false},
-        {{"memreg", "1f0", "2x"}, 2, "", "not a number", false},
         {{"cpld", "read", "zz"}, 2, "", "not a number", false},
         {{"cpld", "read", "0x100"}, 2, "", "out of range 0x00 to 0xff", false},
         {{"cpld", "write", "0x21", "hello"}, 2, "", "not a number", false},
@@ -58,37 +57,32 @@ TEST_F(KarstctlTest, OperandsAreCheckedBeforeTheSecureWorld) {
         {{"otp", "prog-usr", "2000", "--hex", "5a"}, 2, "", "out of range 0x00 to 0x3ff", false},
         {{"otp", "prog-usr", "1023", "--hex", "5aa5"}, 2, "", "do not fit the 1,024-byte", false},
         {{"otp", "prog-usr", "0x20", "--hex", "5g"}, 2, "", "not hexadecimal", false},
-        {{"validate", "4"}, 2, "", "out of range 0x01 to 0x03", false},
-        {{"attest", "blk-get", "4", "0", "device"}, 2, "", "out of range", false},
         {{"cert", "get", "3", "-o", "x"}, 2, "", "'3' is not a certificate", false},
         {{"cert", "get", "root", "-o", "/no/such/x"}, 2, "", "cannot write /no/such/x", false},
         {{"image", "auth", "toaster"}, 2, "", "one of: bmc, bios, cpld,", false},
         {{"image", "auth", "bios", "--file", "/no/such"}, 2, "", "/no/such", false},
         {{"image", "update", "bmc", "active", "--async"}, 2, "", "no progress for bmc", false},
-        {{"image", "update", "bios", "--file", path("/bios.bin")},
-         2,
-         "",
-         "cannot use bios active with --file; slots it can use: staging, backup,",
-         false},
+        {{"image", "update", "bios", "--file", path("/x")}, 2, "", "with --file; slots", false},
         {{"image", "delete", "bios", "golden"}, 2, "", "slots it can use: staging, backup", false},
         {{"image", "dump", "bios", "backup", "-o", "/no/such/x"}, 2, "", "cannot write", false},
         {{"image", "progress", "bmc"}, 2, "", "no progress for bmc", false},
         {{"image", "progress", "bios"}, 1, "", "no progress for bios", false},
         {{"inventory", "set", "LONG", std::string(4096, 'x')}, 2, "", "at most 4095 bytes", false},
         {{"env", "set", "LONG", std::string(32768, 'x')}, 2, "", "at most 32767 bytes", false},
-        {{"bios-4byte", "maybe"}, 2, "", "maybe", false},
     });
 }
 
 TEST_F(KarstctlTest, ResultsAloneOnStandardOutput) {
     const std::string value(4095, 'v');
+    const std::string registers = R"({"registers":[{"address":496,"value":1589698544}]})"
+                                  "\n";
+    const std::string answer = R"({"query":1,"answer":"yes"})"
+                               "\n";
+    const std::string missing =
+        "pta20_ubootenv_get failed: TEEC_InvokeCommand: "
+        "TEEC_ERROR_ITEM_NOT_FOUND (0xffff0008) from TEEC_ORIGIN_TRUSTED_APP";
     check({
-        {{"env", "get", "nosuch"},
-         1,
-         "",
-         "karstctl: pta20_ubootenv_get failed: TEEC_InvokeCommand: TEEC_ERROR_ITEM_NOT_FOUND "
-         "(0xffff0008) from TEEC_ORIGIN_TRUSTED_APP (0x4)",
-         true},
+        {{"env", "get", "nosuch"}, 1, "", missing, true},
         {{"env", "set", "bootdelay", "7"}, 0, "", "", true},
         {{"env", "get", "bootdelay"}, 0, "7\n", "", true},
         {{"env", "get", "bootcmd", "-o", "-"}, 0, "bootm 20080000", "", true},
@@ -96,23 +90,11 @@ TEST_F(KarstctlTest, ResultsAloneOnStandardOutput) {
         {{"inventory", "get", "BIOS_VERSION"}, 0, "Ver 1.2a\n", "'Rev' is detected", true},
         {{"inventory", "set", "LONG", value}, 0, "", "", true},
         {{"inventory", "get", "LONG"}, 0, value + "\n", "", true},
-        {{"memreg", "0x1f0", "2"},
-         0,
-         "000001f0 5ec0dff0\n000001f4 5ec0dff4\n",
-         "Read secure info from register addr:[000001f4] --> value:[5ec0dff4]",
-         true},
-        {{"memreg", "1f0", "--json"},
-         0,
-         "{\"registers\":[{\"address\":496,\"value\":1589698544}]}\n",
-         "",
-         true},
+        {{"memreg", "0x1f0", "2"}, 0, "000001f0 5ec0dff0\n000001f4 5ec0dff4\n", "[000001f4]", true},
+        {{"memreg", "1f0", "--json"}, 0, registers, "", true},
         {{"cpld", "write", "33", "0x5a"}, 0, "", "Write cpld reg[21] = 5a", true},
         {{"cpld", "read", "0x21"}, 0, "0x5a\n", "Read CPLD Reg[21] = 5A", true},
-        {{"attest", "prov-query", "1", "--json"},
-         0,
-         "{\"query\":1,\"answer\":\"yes\"}\n",
-         "",
-         true},
+        {{"attest", "prov-query", "1", "--json"}, 0, answer, "", true},
         {{"attest", "prov-query", "3"}, 1, "no\n", "", true},
         {{"attest", "dump", "bad nonce"}, 1, "", "pta20_att_dump failed (-1)", false},
     });

@@ -50,9 +50,11 @@ void add_cpld(CLI::App &app, const std::shared_ptr<BoardOptions> &opts) {
                                     });
                                 }),
                    "pta_invoke_cpld_regr");
+        const size_t line = lines.find("Read CPLD Reg[");
         unsigned reg = 0;
         unsigned value = 0;
-        if (std::sscanf(lines.c_str(), "Read CPLD Reg[%x] = %x", &reg, &value) != 2) {
+        if (line == std::string::npos ||
+            std::sscanf(lines.c_str() + line, "Read CPLD Reg[%x] = %x", &reg, &value) != 2) {
             fail(Status::call_failed, "pta_invoke_cpld_regr printed no value");
         }
         std::printf("%s\n", byte_text(value).c_str());

@@ -190,8 +190,8 @@ Record receive(Display &display, const Child &child) {
     return record;
 }
 
-// The update ended as record tells.
-int finish(Display &display, const Child &child, const Record &record) {
+// The update ended as record tells (started: after it had started).
+int finish(Display &display, const Child &child, const Record &record, bool started) {
     ::close(child.fd);
     ::waitpid(child.pid, nullptr, 0);
     if (record.value != IMG_UPD_IDLE) {
@@ -200,7 +200,8 @@ int finish(Display &display, const Child &child, const Record &record) {
         if (record.code != 0) {
             reason = ": " + describe_code(record.code) + " from " + describe_origin(record.origin);
         }
-        fail(Status::call_failed, "the update failed" + reason);
+        fail(Status::call_failed,
+             (started ? "the update failed" : "the update did not start") + reason);
     }
     display.show(100);
     display.end_line();
@@ -226,6 +227,7 @@ int watch_update(const UpdateJob &job) {
     const Child child = start_child(job, false);
     watch_for_interrupt();
     Display display(job.total);
+    bool started = false;
     for (;;) {
         pollfd entry{child.fd, POLLIN, 0};
         const int ready = ::poll(&entry, 1, POLL_MS);
@@ -242,8 +244,9 @@ int watch_update(const UpdateJob &job) {
         }
         const Record record = receive(display, child);
         if (record.kind == Kind::end) {
-            return finish(display, child, record);
+            return finish(display, child, record, started);
         }
+        started = true;
         display.show(record.value);
     }
 }
@@ -253,7 +256,7 @@ int start_update(const UpdateJob &job) {
     Display display(job.total);
     const Record record = receive(display, child);
     if (record.kind == Kind::end) {
-        return finish(display, child, record);
+        return finish(display, child, record, false);
     }
     ::close(child.fd);
     std::fprintf(stderr, "karstctl: %s\n", follow_hint(child, job).c_str());
