@@ -123,7 +123,7 @@ TEST_F(KarstctlTest, HelpVersionAndCompletion) {
 }
 
 TEST_F(KarstctlTest, UpdateShowsItsProgressOrReturnsAtOnce) {
-    std::string image(4 * 1024 * 1024, '\x5a');
+    std::string image(size_t{4} * 1024 * 1024, '\x5a');
     image[0] = '\x53';
     image[1] = '\x00';
     write_file(path("/bios.bin"), image);
@@ -149,7 +149,8 @@ TEST_F(KarstctlTest, UpdateShowsItsProgressOrReturnsAtOnce) {
         percent = run({"image", "progress", "bios"}).out;
     }
     EXPECT_EQ(percent, "100%\n");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // let it close its session
+    const auto settle = std::chrono::milliseconds(300); // for it to close its session
+    std::this_thread::sleep_for(settle);
     unsetenv("KARST_EMU_PROGRAM_RATE");
 }
 

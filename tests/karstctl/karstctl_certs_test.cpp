@@ -63,7 +63,7 @@ TEST_F(KarstctlCertsTest, SignVerifyValidateAndTheSignatureTable) {
     EXPECT_EQ(run({"sign", path("/" + std::string(60, 'x'))}).status, 2);
     EXPECT_EQ(run({"validate", "0x1"}).out, "valid\n");
 
-    std::string table(408, '\x5a');
+    std::string table(SIGTBL_MAX_BYTES, '\x5a');
     table[0] = '\x53';
     table[1] = '\x00';
     write_file(path("/signed.bin"), table);
