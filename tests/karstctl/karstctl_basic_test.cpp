@@ -1,7 +1,11 @@
-// karstctl run as a process: conventions (help, version, exit statuses) and the families over
-// the U-Boot environment, inventory, secure registers, attestation and certificates.
+// karstctl run as a process: its arguments, exit statuses and outputs in one table, help and
+// completion, and the update's progress.
 #include "karstctl/run_tool.hpp"
 #include "support/test_env.hpp"
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
 
 namespace karst::test {
 namespace {
@@ -9,104 +13,145 @@ namespace {
 bool has(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
-bool starts(const std::string &text, const std::string &prefix) {
-    return text.rfind(prefix, 0) == 0;
-}
+
+// A run of karstctl: its exit status, its whole standard output, a part of its standard error
+// and whether it reached the secure world.
+struct Case {
+    std::vector<std::string> args;
+    int status;
+    std::string out;
+    std::string err;
+    bool reached;
+};
 
 class KarstctlTest : public KarstTest {
   protected:
     ToolRun run(const std::vector<std::string> &args) { return run_karstctl(root(), args); }
+    void check(const std::vector<Case> &cases) {
+        for (const Case &c : cases) {
+            const ToolRun r = run(c.args);
+            const std::string what = c.args.empty() ? "" : c.args[0] + " " + c.args.back();
+            EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+            EXPECT_EQ(r.out, c.out) << what;
+            EXPECT_TRUE(has(r.err, c.err)) << what << ": " << r.err;
+            EXPECT_EQ(r.reached, c.reached) << what;
+        }
+    }
 };
 
-TEST_F(KarstctlTest, HelpOnEveryLevelVersionAndUsageErrors) {
-    for (const std::vector<std::string> &args :
-         std::vector<std::vector<std::string>>{{"--help"},
-                                               {"env", "--help"},
-                                               {"env", "get", "--help"},
-                                               {"inventory", "import", "--help"},
-                                               {"memreg", "--help"},
-                                               {"attest", "dump", "--help"},
-                                               {"cert", "get", "--help"}}) {
-        const ToolRun r = run(args);
-        EXPECT_EQ(r.status, 0) << args.front();
-        EXPECT_TRUE(has(r.out, "Examples:")) << args.front();
-    }
-    const ToolRun version = run({"--version"});
-    EXPECT_EQ(version.status, 0);
-    EXPECT_EQ(version.out, "karstctl 1.0.0\n");
+TEST_F(KarstctlTest, OperandsAreCheckedBeforeTheSecureWorld) {
+    write_file(path("/x"), "bios");
+    check({
+        {{}, 2, "", "a command is needed; commands: env, inventory,", false},
+        {{"frob"}, 2, "", "unknown command 'frob'; commands: env, inventory,", false},
+        {{"env", "gett", "bootcmd"}, 2, "", "unknown env command 'gett'; one of: get, set", false},
+        {{"env", "get", "bootcmd", "--bogus"}, 2, "", "--bogus", false},
+        {{"memreg", "zz"}, 2, "", "not a 32-bit hexadecimal address", false},
+        {{"memreg", "1f1"}, 2, "", "a multiple of 4", false},
+        {{"memreg", "1f0", "65"}, 2, "", "out of range 0x01 to 0x40", false},
+        {{"cpld", "read", "zz"}, 2, "", "not a number", false},
+        {{"cpld", "read", "0x100"}, 2, "", "out of range 0x00 to 0xff", false},
+        {{"cpld", "write", "0x21", "hello"}, 2, "", "not a number", false},
+        {{"cpld", "write", "0x21", "0x1ff"}, 2, "", "out of range", false},
+        {{"otp", "getkey", "0x20"}, 2, "", "out of range 0x00 to 0x1f", false},
+        {{"otp", "prog-usr", "2000", "--hex", "5a"}, 2, "", "out of range 0x00 to 0x3ff", false},
+        {{"otp", "prog-usr", "1023", "--hex", "5aa5"}, 2, "", "do not fit the 1,024-byte", false},
+        {{"otp", "prog-usr", "0x20", "--hex", "5g"}, 2, "", "not hexadecimal", false},
+        {{"cert", "get", "3", "-o", "x"}, 2, "", "'3' is not a certificate", false},
+        {{"cert", "get", "root", "-o", "/no/such/x"}, 2, "", "cannot write /no/such/x", false},
+        {{"image", "auth", "toaster"}, 2, "", "one of: bmc, bios, cpld,", false},
+        {{"image", "auth", "bios", "--file", "/no/such"}, 2, "", "/no/such", false},
+        {{"image", "update", "bmc", "active", "--async"}, 2, "", "no progress for bmc", false},
+        {{"image", "update", "bios", "--file", path("/x")}, 2, "", "with --file; slots", false},
+        {{"image", "delete", "bios", "golden"}, 2, "", "slots it can use: staging, backup", false},
+        {{"image", "dump", "bios", "backup", "-o", "/no/such/x"}, 2, "", "cannot write", false},
+        {{"image", "progress", "bmc"}, 2, "", "no progress for bmc", false},
+        {{"image", "progress", "bios"}, 1, "", "no progress for bios", false},
+        {{"inventory", "set", "LONG", std::string(4096, 'x')}, 2, "", "at most 4095 bytes", false},
+        {{"env", "set", "LONG", std::string(32768, 'x')}, 2, "", "at most 32767 bytes", false},
+    });
+}
 
+TEST_F(KarstctlTest, ResultsAloneOnStandardOutput) {
+    const std::string value(4095, 'v');
+    const std::string registers = R"({"registers":[{"address":496,"value":1589698544}]})"
+                                  "\n";
+    const std::string answer = R"({"query":1,"answer":"yes"})"
+                               "\n";
+    const std::string missing =
+        "pta20_ubootenv_get failed: TEEC_InvokeCommand: "
+        "TEEC_ERROR_ITEM_NOT_FOUND (0xffff0008) from TEEC_ORIGIN_TRUSTED_APP";
+    check({
+        {{"env", "get", "nosuch"}, 1, "", missing, true},
+        {{"env", "set", "bootdelay", "7"}, 0, "", "", true},
+        {{"env", "get", "bootdelay"}, 0, "7\n", "", true},
+        {{"env", "get", "bootcmd", "-o", "-"}, 0, "bootm 20080000", "", true},
+        {{"inventory", "set", "BIOS_VERSION", "Rev 1.2a"}, 0, "", "", true},
+        {{"inventory", "get", "BIOS_VERSION"}, 0, "Ver 1.2a\n", "'Rev' is detected", true},
+        {{"inventory", "set", "LONG", value}, 0, "", "", true},
+        {{"inventory", "get", "LONG"}, 0, value + "\n", "", true},
+        {{"memreg", "0x1f0", "2"}, 0, "000001f0 5ec0dff0\n000001f4 5ec0dff4\n", "[000001f4]", true},
+        {{"memreg", "1f0", "--json"}, 0, registers, "", true},
+        {{"cpld", "write", "33", "0x5a"}, 0, "", "Write cpld reg[21] = 5a", true},
+        {{"cpld", "read", "0x21"}, 0, "0x5a\n", "Read CPLD Reg[21] = 5A", true},
+        {{"attest", "prov-query", "1", "--json"}, 0, answer, "", true},
+        {{"attest", "prov-query", "3"}, 1, "no\n", "", true},
+        {{"attest", "dump", "bad nonce"}, 1, "", "pta20_att_dump failed (-1)", false},
+    });
+}
+
+TEST_F(KarstctlTest, HelpVersionAndCompletion) {
     for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
-             {}, {"nonsense"}, {"env"}, {"memreg", "1f0", "65"}, {"cert", "get", "3", "-o", "x"}}) {
+             {"--help"}, {"env", "get", "--help"}, {"image", "update", "--help"}}) {
         const ToolRun r = run(args);
-        EXPECT_GE(r.status, 100) << r.err;
-        EXPECT_LE(r.status, 127);
-        EXPECT_FALSE(r.err.empty());
+        EXPECT_EQ(r.status, 0);
+        EXPECT_TRUE(has(r.out, "Examples:")) << r.out;
+        EXPECT_TRUE(has(r.out, "Exit status: 0 success; 1 the call failed")) << r.out;
+        EXPECT_EQ(has(r.out, "3 stopped waiting"), args[0] != "env") << r.out;
     }
+    EXPECT_EQ(run({"--version"}).out, "karstctl 1.0.0\n");
+
+    const std::string script =
+        "bash -c 'source " KARST_TEST_KARSTCTL ".bash; COMP_WORDS=(karstctl image update b); "
+        "COMP_CWORD=3; _karstctl; echo \"${COMPREPLY[*]}\"'";
+    std::FILE *shell = popen(script.c_str(), "r");
+    ASSERT_NE(shell, nullptr);
+    char line[256] = {0};
+    EXPECT_NE(std::fgets(line, sizeof line, shell), nullptr);
+    EXPECT_EQ(pclose(shell), 0);
+    EXPECT_STREQ(line, "bmc bios bpncpld\n");
 }
 
-TEST_F(KarstctlTest, EnvironmentSetGetClearAndOutputFile) {
-    EXPECT_EQ(run({"env", "set", "bootdelay", "7"}).status, 0);
-    const ToolRun get = run({"env", "get", "bootdelay"});
-    EXPECT_EQ(get.status, 0);
-    EXPECT_EQ(get.out, "7\n");
-    EXPECT_EQ(run({"env", "get", "bootcmd", "-o", path("/bootcmd.txt")}).status, 0);
-    EXPECT_EQ(read_file(path("/bootcmd.txt")), "bootm 20080000");
+TEST_F(KarstctlTest, UpdateShowsItsProgressOrReturnsAtOnce) {
+    std::string image(size_t{4} * 1024 * 1024, '\x5a');
+    image[0] = '\x53';
+    image[1] = '\x00';
+    write_file(path("/bios.bin"), image);
+    setenv("KARST_EMU_PROGRAM_RATE", "8388608", 1); // half a second
+    const ToolRun update = run({"image", "update", "bios", "staging", "--file", path("/bios.bin")});
+    EXPECT_EQ(update.status, 0) << update.err;
+    EXPECT_EQ(update.out, "");
+    EXPECT_TRUE(has(update.err, "0%\n") && has(update.err, "\n100%\n")) << update.err;
+    EXPECT_EQ(run({"image", "progress", "bios", "--json"}).out,
+              "{\"type\":\"bios\",\"percent\":100}\n");
 
-    EXPECT_EQ(run({"env", "set", "bootdelay"}).status, 0);
-    const ToolRun missing = run({"env", "get", "bootdelay"});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_TRUE(starts(missing.err, "karstctl: pta20_ubootenv_get failed"));
-
-    const ToolRun unwritable = run({"env", "get", "bootcmd", "-o", path("/no/such/dir/x")});
-    EXPECT_EQ(unwritable.status, 2);
-    EXPECT_TRUE(has(unwritable.err, "cannot write"));
-}
-
-TEST_F(KarstctlTest, InventoryCorrectsRevAndImportsAFile) {
-    EXPECT_EQ(run({"inventory", "set", "BIOS_VERSION", "Rev 1.2a"}).status, 0);
-    EXPECT_EQ(run({"inventory", "set", "BIOS_VERSION", "Rev 1.2a"}).status, 0);
-    const ToolRun get = run({"inventory", "get", "BIOS_VERSION"});
-    EXPECT_EQ(get.status, 0);
-    EXPECT_EQ(get.out, "'Rev' is detected, convert it to 'Ver'\nVer 1.2a\n");
-
-    write_file(path("/legacy.txt"), "CPLD_VERSION=0x0C\n");
-    EXPECT_EQ(run({"inventory", "import", path("/legacy.txt")}).status, 0);
-    EXPECT_EQ(run({"inventory", "get", "CPLD_VERSION"}).out, "0x0C\n");
-    EXPECT_EQ(run({"inventory", "import", path("/none.txt")}).status, 1);
-}
-
-TEST_F(KarstctlTest, SecureRegistersArePrintedByTheLibrary) {
-    const ToolRun r = run({"memreg", "1f0", "2"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "Read secure info from register addr:[000001f0] --> value:[5ec0dff0]\n"
-                     "Read secure info from register addr:[000001f4] --> value:[5ec0dff4]\n");
-    EXPECT_EQ(run({"memreg", "1f1"}).status, 1);
-}
-
-TEST_F(KarstctlTest, AttestationFamily) {
-    const ToolRun dump = run({"attest", "dump", "nonce-1", "-o", path("/att.bin")});
-    ASSERT_EQ(dump.status, 0) << dump.out << dump.err;
-    EXPECT_EQ(read_file(path("/att.bin")).size(), 66560u);
-    EXPECT_EQ(run({"attest", "dump", "bad nonce"}).status, 1);
-
-    EXPECT_EQ(run({"attest", "blk-get", "1", "7", "device", "-o", path("/blk.bin")}).status, 0);
-    EXPECT_TRUE(starts(read_file(path("/blk.bin")), "KARST-BLOCK v1\ntype=1\nvalue=7\n"));
-    EXPECT_EQ(run({"attest", "blk-get", "1", "7", "missing"}).status, 1);
-
-    EXPECT_EQ(run({"attest", "prov-query", "1"}).out, "yes\n");
-    const ToolRun no = run({"attest", "prov-query", "3"});
-    EXPECT_EQ(no.status, 1);
-    EXPECT_EQ(no.out, "no\n");
-    EXPECT_EQ(run({"attest", "ra-refresh", path("/none.tgz")}).status, 1);
-}
-
-TEST_F(KarstctlTest, CertificatesByNameAndNumber) {
-    EXPECT_EQ(run({"cert", "get", "root", "-o", path("/root.der")}).status, 0);
-    EXPECT_EQ(run({"cert", "get", "4", "-o", path("/four.der")}).status, 0);
-    const std::string root_cert = read_file(path("/root.der"));
-    ASSERT_FALSE(root_cert.empty());
-    EXPECT_EQ(root_cert[0], '\x30');
-    EXPECT_EQ(root_cert, read_file(path("/four.der")));
+    setenv("KARST_EMU_PROGRAM_RATE", "2097152", 1); // two seconds
+    const auto start = std::chrono::steady_clock::now();
+    const ToolRun async =
+        run({"image", "update", "bios", "staging", "--file", path("/bios.bin"), "--async"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
+    EXPECT_EQ(async.status, 0) << async.err;
+    EXPECT_EQ(async.out, "");
+    EXPECT_TRUE(has(async.err, "follow it with: karstctl image progress bios")) << async.err;
+    std::string percent;
+    for (int i = 0; i < 100 && percent != "100%\n"; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        percent = run({"image", "progress", "bios"}).out;
+    }
+    EXPECT_EQ(percent, "100%\n");
+    const auto settle = std::chrono::milliseconds(300); // for it to close its session
+    std::this_thread::sleep_for(settle);
+    unsetenv("KARST_EMU_PROGRAM_RATE");
 }
 
 } // namespace

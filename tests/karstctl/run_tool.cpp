@@ -2,17 +2,23 @@
 
 #include "support/test_env.hpp"
 
+#include <cstdlib>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace karst::test {
 namespace {
 
+constexpr int EXEC_FAILED = 127;     // the program could not be started
+constexpr int REDIRECT_FAILED = 126; // its output files could not be opened
+
 // The command line that starts karstctl: the cross-compiling emulator's words, then the program.
 std::vector<std::string> karstctl_command() {
     std::vector<std::string> words;
-    const std::string emulator = KARST_TEST_CROSS_EMULATOR; // words joined by '|'
+    const char *const joined = KARST_TEST_CROSS_EMULATOR; // words joined by '|'
+    const std::string_view emulator = joined;
     size_t start = 0;
     while (start < emulator.size()) {
         size_t end = emulator.find('|', start);
@@ -20,7 +26,7 @@ std::vector<std::string> karstctl_command() {
             end = emulator.size();
         }
         if (end > start) {
-            words.push_back(emulator.substr(start, end - start));
+            words.emplace_back(emulator.substr(start, end - start));
         }
         start = end + 1;
     }
@@ -34,25 +40,29 @@ void exec_karstctl(const std::vector<std::string> &args) {
     std::vector<std::string> words = karstctl_command();
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char *> argv;
+    argv.reserve(words.size() + 1);
     for (std::string &word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
     execv(argv[0], argv.data());
-    _exit(127);
+    _exit(EXEC_FAILED);
 }
 
 ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args) {
     const std::string out_path = root + "/karstctl.out";
     const std::string err_path = root + "/karstctl.err";
+    const std::string journal_path = root + "/karstctl.journal";
+    unlink(journal_path.c_str());
 
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
+        setenv("KARST_EMU_JOURNAL", journal_path.c_str(), 1);
         const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) {
-            _exit(126);
+            _exit(REDIRECT_FAILED);
         }
         exec_karstctl(args);
     }
@@ -63,6 +73,7 @@ ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &ar
     }
     run.out = read_file(out_path);
     run.err = read_file(err_path);
+    run.reached = access(journal_path.c_str(), F_OK) == 0;
     return run;
 }
 

@@ -1,5 +1,6 @@
 // Runs karstctl as a process (through the cross-compiling emulator when the tests run under
-// one), with its standard output and error kept in files of the test's run root.
+// one), with its standard output and error kept in files of the test's run root, and the
+// emulator's journal telling whether it reached the secure world.
 #pragma once
 
 #include <string>
@@ -11,6 +12,7 @@ struct ToolRun {
     int status = -1; // exit status, or -1 when the process did not exit
     std::string out;
     std::string err;
+    bool reached = false; // a command was invoked in the secure world
 };
 
 ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &args);

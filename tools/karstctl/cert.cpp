@@ -1,10 +1,12 @@
 // cert get: the device's certificates.
+#include "cert_summary.hpp"
 #include "common.hpp"
 #include "families.hpp"
+#include "json.hpp"
+#include "operands.hpp"
 
 #include "karst.h"
 
-#include <map>
 #include <memory>
 
 namespace karstctl {
@@ -14,12 +16,13 @@ namespace {
 constexpr uint32_t CERT_ROOM = 65536;
 
 struct CertOptions {
-    int32_t index = 0;
+    uint32_t index = 0;
     std::string output;
+    bool json = false;
 };
 
 // Certificates by position in the chain (root first) as well as by the library's index.
-const std::map<std::string, int32_t> CERT_NAMES = {
+constexpr Named CERT_NAMES[] = {
     {"root", 4}, {"second", 2}, {"third", 1}, {"device", 0}, {"object", 5}};
 
 } // namespace
@@ -33,20 +36,33 @@ void add_cert(CLI::App &app) {
     CLI::App *get = add_command(
         *cert, "get",
         "Write a certificate (DER) to a file: root (4), second (2), third (1), device (0) of the\n"
-        "chain, or object (5), the secure world's single certificate object",
-        "  karstctl cert get root -o root.der\n"
-        "  karstctl cert get 0 -o device.der && openssl x509 -inform DER -in device.der -noout "
-        "-subject\n");
-    get->add_option("index", opts->index, "root, second, third, device, object, or 4, 2, 1, 0, 5")
-        ->required()
-        ->type_name("CERT")
-        ->transform(CLI::CheckedTransformer(CERT_NAMES, CLI::ignore_case).description(""));
-    get->add_option("-o,--output", opts->output, "File to write the certificate to")->required();
+        "chain, or object (5), the secure world's single certificate object. With --json, print\n"
+        "its summary: {\"cert\", \"index\", \"file\", \"size\", \"subject\"}",
+        "  karstctl cert get root -o root.der --json\n"
+        "  karstctl cert get 0 -o - | openssl x509 -inform DER -noout -subject\n");
+    add_named(*get, "cert", opts->index, "root, second, third, device, object, or 4, 2, 1, 0, 5",
+              CERT_NAMES, "a certificate")
+        ->required();
+    add_output(*get, opts->output, "File to write the certificate to")->required();
+    add_json(*get, opts->json);
     get->callback([opts] {
+        if (opts->json && opts->output == "-") {
+            fail(Status::bad_input, "--json and -o - would both use standard output");
+        }
         auto buffer = std::make_unique<uint8_t[]>(CERT_ROOM);
         uint32_t size = CERT_ROOM;
-        check_call(pta20_get_cert(opts->index, buffer.get(), &size), "pta20_get_cert");
+        run_call("pta20_get_cert", [&] {
+            return pta20_get_cert(static_cast<int32_t>(opts->index), buffer.get(), &size);
+        });
         write_output(opts->output, buffer.get(), size);
+        if (opts->json) {
+            print_json(JsonObject()
+                           .text("cert", name_of(CERT_NAMES, opts->index))
+                           .number("index", opts->index)
+                           .text("file", opts->output)
+                           .number("size", size)
+                           .text("subject", der_subject({buffer.get(), size})));
+        }
     });
     add_cert_change(*cert);
 }

@@ -1,6 +1,7 @@
 // cert replace|replace-ra|csr|auth: certificates sent to the secure world.
 #include "common.hpp"
 #include "families.hpp"
+#include "operands.hpp"
 
 #include "karst.h"
 
@@ -9,6 +10,8 @@
 namespace karstctl {
 
 namespace {
+
+constexpr uint32_t LAST_INDEX = 5;
 
 struct CertChangeOptions {
     uint32_t index = 1;
@@ -29,11 +32,10 @@ int replace(uint32_t command, const CertChangeOptions &opts) {
 
 // What both replacements take: the certificate's index, the new certificate, the option word.
 void add_replacement_options(CLI::App &command, CertChangeOptions &opts) {
-    command.add_option("index", opts.index, "Certificate index, 1 to 5")
-        ->required()
-        ->check(CLI::Range(1, 5));
+    add_number(command, "index", opts.index, "Certificate index", 1, LAST_INDEX)->required();
     add_input_file(command, "file", opts.file, "The new certificate");
-    command.add_option("--option", opts.option, "Option word passed to the secure world");
+    add_number(command, "--option", opts.option, "Option word passed to the secure world", 0,
+               UINT32_MAX);
 }
 
 void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
@@ -43,8 +45,8 @@ void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts)
                                         "  karstctl cert replace 1 device.der\n");
     add_replacement_options(*replace_cmd, *opts);
     replace_cmd->callback([opts] {
-        check_call(pta20_crt_replace(opts->index, opts->file.c_str(), opts->option),
-                   "pta20_crt_replace");
+        run_call("pta20_crt_replace",
+                 [&] { return pta20_crt_replace(opts->index, opts->file.c_str(), opts->option); });
     });
 
     CLI::App *ra = add_command(cert, "replace-ra",
@@ -54,7 +56,8 @@ void add_replace(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts)
                                "  karstctl attest ra-refresh\n");
     add_replacement_options(*ra, *opts);
     ra->callback([opts] {
-        check_call(replace(PTA_DALU_CMD_REPLACE_RA_CRT, *opts), "pta_invoke_replace_ra_crt");
+        run_call("pta_invoke_replace_ra_crt",
+                 [&] { return replace(PTA_DALU_CMD_REPLACE_RA_CRT, *opts); });
     });
 }
 
@@ -66,11 +69,14 @@ void add_csr(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
                                 "  openssl req -inform DER -in bmc.csr -noout -verify -subject\n");
     csr->add_option("subject", opts->subject, "Subject: NAME=value attributes separated by ','")
         ->required();
-    csr->add_option("-o,--output", opts->output, "File to write the request to")->required();
+    add_output(*csr, opts->output, "File to write the request to")->required();
     csr->callback([opts] {
-        check_call(pta20_gen_csr_import(opts->output.c_str(), opts->subject.c_str(),
-                                        static_cast<uint32_t>(opts->subject.size() + 1)),
-                   "pta20_gen_csr_import");
+        const LibraryFile output(opts->output);
+        run_call("pta20_gen_csr_import", [&] {
+            return pta20_gen_csr_import(output.path(), opts->subject.c_str(),
+                                        static_cast<uint32_t>(opts->subject.size() + 1));
+        });
+        output.deliver();
     });
 }
 
@@ -82,12 +88,14 @@ void add_auth(CLI::App &cert, const std::shared_ptr<CertChangeOptions> &opts) {
     add_input_file(*auth, "certificate", opts->file, "Certificate to check (DER)");
     add_input_file(*auth, "issuers", opts->second, "Candidate issuers (DER, back to back)");
     auth->callback([opts] {
-        const int result = in_session([&] {
-            return pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
-                                         opts->second.c_str());
+        const int result = library([&] {
+            return in_session([&] {
+                return pta_invoke_auth_certs(PTA_DALU_CMD_AUTH_CERTS, opts->file.c_str(),
+                                             opts->second.c_str());
+            });
         });
         if (result == 1) {
-            fail(Status::call_failed, "the secure world refused the certificate");
+            fail(Status::call_failed, "the secure world refused the certificate" + tee_reason());
         }
         check_call(result, "pta_invoke_auth_certs");
         std::printf("accepted\n");

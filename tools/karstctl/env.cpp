@@ -1,6 +1,7 @@
 // env get|set: the U-Boot environment.
 #include "common.hpp"
 #include "families.hpp"
+#include "stores.hpp"
 
 #include "karst.h"
 
@@ -10,6 +11,7 @@ namespace karstctl {
 
 namespace {
 
+// What env get reads a value into (the library's own room for a value).
 constexpr uint32_t VALUE_ROOM = 32768;
 
 struct EnvOptions {
@@ -29,23 +31,24 @@ void add_env(CLI::App &app) {
     CLI::App *get = add_command(*env, "get", "Print a variable's value (or write it to a file)",
                                 "  karstctl env get bootcmd\n"
                                 "  karstctl env get bootcmd -o bootcmd.txt\n");
-    get->add_option("name", opts->name, "Variable name")->required();
-    get->add_option("-o,--output", opts->output, "Write the value to this file instead");
+    add_store_name(*get, opts->name, "Variable name");
+    add_output(*get, opts->output, "Write the value (without a line end) to this file instead");
     get->callback([opts] {
         auto value = std::make_unique<char[]>(VALUE_ROOM);
-        check_call(pta20_ubootenv_get(opts->name.c_str(), value.get(), VALUE_ROOM),
-                   "pta20_ubootenv_get");
+        run_call("pta20_ubootenv_get",
+                 [&] { return pta20_ubootenv_get(opts->name.c_str(), value.get(), VALUE_ROOM); });
         emit(opts->output, bounded_text(value.get(), VALUE_ROOM));
     });
 
     CLI::App *set = add_command(*env, "set", "Set a variable; without a value, clear it",
                                 "  karstctl env set bootdelay 3\n"
                                 "  karstctl env set bootdelay        (clears it)\n");
-    set->add_option("name", opts->name, "Variable name")->required();
-    set->add_option("value", opts->value, "New value (empty or absent: clear the variable)");
+    add_store_name(*set, opts->name, "Variable name");
+    add_store_value(*set, opts->value, "New value (empty or absent: clear the variable)",
+                    VALUE_ROOM, false);
     set->callback([opts] {
-        check_call(pta20_ubootenv_set(opts->name.c_str(), opts->value.c_str()),
-                   "pta20_ubootenv_set");
+        run_call("pta20_ubootenv_set",
+                 [&] { return pta20_ubootenv_set(opts->name.c_str(), opts->value.c_str()); });
     });
 }
 

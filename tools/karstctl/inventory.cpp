@@ -1,6 +1,7 @@
 // inventory get|set|import: values the secure world keeps, cached in the inventory file.
 #include "common.hpp"
 #include "families.hpp"
+#include "stores.hpp"
 
 #include "karst.h"
 
@@ -10,6 +11,7 @@ namespace karstctl {
 
 namespace {
 
+// What inventory get reads a value into; inventory set takes no value it could not read back.
 constexpr uint32_t VALUE_ROOM = 4096;
 
 struct InventoryOptions {
@@ -32,33 +34,38 @@ void add_inventory(CLI::App &app) {
         add_command(*inv, "get", "Print a value (a BIOS value holding 'Rev' is corrected to 'Ver')",
                     "  karstctl inventory get BIOS_VERSION\n"
                     "  karstctl inventory get BIOS_VERSION -o bios.txt\n");
-    get->add_option("name", opts->name, "Inventory key")->required();
-    get->add_option("-o,--output", opts->output, "Write the value to this file instead");
+    add_store_name(*get, opts->name, "Inventory key");
+    add_output(*get, opts->output, "Write the value (without a line end) to this file instead");
     get->callback([opts] {
         auto value = std::make_unique<char[]>(VALUE_ROOM);
-        check_call(pta20_inventory_get(opts->name.c_str(), value.get(), VALUE_ROOM),
-                   "pta20_inventory_get");
+        run_call("pta20_inventory_get",
+                 [&] { return pta20_inventory_get(opts->name.c_str(), value.get(), VALUE_ROOM); });
         emit(opts->output, bounded_text(value.get(), VALUE_ROOM));
     });
 
     CLI::App *set =
         add_command(*inv, "set", "Store a value (in the inventory file, then the secure world)",
                     "  karstctl inventory set BMC_VERSION 2.10.1\n");
-    set->add_option("name", opts->name, "Inventory key")->required();
-    set->add_option("value", opts->value, "Value (stored with its terminating zero)")->required();
+    add_store_name(*set, opts->name, "Inventory key");
+    add_store_value(*set, opts->value, "Value (stored with its terminating zero)", VALUE_ROOM,
+                    true);
     set->callback([opts] {
-        check_call(pta20_inventory_set(opts->name.c_str(), opts->value.c_str(),
-                                       static_cast<uint32_t>(opts->value.size() + 1)),
-                   "pta20_inventory_set");
+        run_call("pta20_inventory_set", [&] {
+            return pta20_inventory_set(opts->name.c_str(), opts->value.c_str(),
+                                       static_cast<uint32_t>(opts->value.size() + 1));
+        });
     });
 
     CLI::App *import = add_command(
         *inv, "import", "Write every value of a KEY=VALUE file the secure world does not hold",
         "  karstctl inventory import fw_inventory.txt\n");
-    import->add_option("file", opts->file, "File of KEY=VALUE lines")->required();
+    add_input_file(*import, "file", opts->file, "File of KEY=VALUE lines");
     import->callback([opts] {
-        check_call(pta20_import_fw_invt_tavo(opts->file.c_str()), "pta20_import_fw_invt_tavo");
+        run_call("pta20_import_fw_invt_tavo",
+                 [&] { return pta20_import_fw_invt_tavo(opts->file.c_str());
 });
 } // namespace karstctl
+);
+}
 
 } // namespace karstctl

@@ -1,6 +1,7 @@
 // otp getkey|prog-usr|getsn: OTP keys, the OTP user area and the board serial number.
 #include "common.hpp"
 #include "families.hpp"
+#include "operands.hpp"
 
 #include "core/heap_buffer.hpp"
 #include "karst.h"
@@ -13,6 +14,8 @@ namespace karstctl {
 namespace {
 
 constexpr uint32_t KEY_SIZE = 32;
+constexpr uint32_t LAST_KEY = 0x1f;
+constexpr uint32_t USER_AREA_SIZE = 1024;
 constexpr uint32_t SERIAL_ROOM = 64;
 
 struct OtpOptions {
@@ -24,16 +27,16 @@ struct OtpOptions {
 };
 
 std::vector<uint8_t> from_hex(const std::string &text) {
-    std::vector<uint8_t> bytes;
     if (text.empty() || text.size() % 2 != 0) {
-        throw CLI::ValidationError("--hex", "an even number of hexadecimal digits is needed");
+        fail(Status::bad_input, "--hex: an even number of hexadecimal digits is needed");
     }
+    std::vector<uint8_t> bytes;
     for (size_t i = 0; i < text.size(); i += 2) {
-        const std::string pair = text.substr(i, 2);
-        if (pair.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-            throw CLI::ValidationError("--hex", "not hexadecimal: " + pair);
+        const std::optional<uint64_t> byte = parse_unsigned(text.substr(i, 2), true);
+        if (!byte) {
+            fail(Status::bad_input, "--hex: not hexadecimal: " + text.substr(i, 2));
         }
-        bytes.push_back(static_cast<uint8_t>(std::stoul(pair, nullptr, 16)));
+        bytes.push_back(static_cast<uint8_t>(*byte));
     }
     return bytes;
 }
@@ -42,8 +45,8 @@ void add_getkey(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
     CLI::App *getkey = add_command(otp, "getkey", "Read a 32-byte OTP key (printed in hexadecimal)",
                                    "  karstctl otp getkey 3\n"
                                    "  karstctl otp getkey 0x03 -o key3.bin\n");
-    getkey->add_option("key", opts->key, "Key number (0x00 to 0x1f)")->required();
-    getkey->add_option("-o,--output", opts->output, "Write the key's bytes to this file instead");
+    add_number(*getkey, "key", opts->key, "Key number", 0, LAST_KEY)->required();
+    add_output(*getkey, opts->output, "Write the key's bytes to this file instead");
     getkey->callback([opts] {
         // Key bytes live only here, wiped on every path; printed digit by digit, so that no
         // string of the heap ever holds them.
@@ -51,9 +54,10 @@ void add_getkey(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
             uint8_t bytes[KEY_SIZE] = {0};
             ~Key() { karst::wipe_memory(bytes, sizeof bytes); }
         } key;
-        check_call(pta_invoke_otp_get_key(PTA_DALU_CMD_OTP_GET_KEY, opts->key, key.bytes,
-                                          sizeof key.bytes),
-                   "pta_invoke_otp_get_key");
+        run_call("pta_invoke_otp_get_key", [&] {
+            return pta_invoke_otp_get_key(PTA_DALU_CMD_OTP_GET_KEY, opts->key, key.bytes,
+                                          sizeof key.bytes);
+        });
         if (opts->output.empty()) {
             for (const uint8_t byte : key.bytes) {
                 std::printf("%02x", byte);
@@ -71,23 +75,27 @@ void add_prog_usr(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
                                  "programmed stays so)",
                                  "  karstctl otp prog-usr 0x10 --hex 5aa5\n"
                                  "  karstctl otp prog-usr 0 --file user.bin\n");
-    prog->add_option("offset", opts->offset, "Offset in the user area")->required();
+    add_number(*prog, "offset", opts->offset, "Offset in the user area", 0, USER_AREA_SIZE - 1)
+        ->required();
     CLI::Option *hex = prog->add_option("--hex", opts->hex, "Bytes in hexadecimal");
     CLI::Option *file =
         prog->add_option("--file", opts->file, "File holding the bytes")->check(CLI::ExistingFile);
     hex->excludes(file);
     prog->callback([opts, hex, file] {
         if (hex->count() + file->count() != 1) {
-            throw CLI::RequiredError("--hex or --file");
+            fail(Status::bad_input, "--hex or --file is needed");
         }
         std::vector<uint8_t> bytes =
             opts->file.empty() ? from_hex(opts->hex) : read_input(opts->file);
-        if (bytes.empty()) {
-            fail(Status::file_failed, "no bytes to program");
+        if (bytes.empty() || bytes.size() > USER_AREA_SIZE - opts->offset) {
+            fail(Status::bad_input, std::to_string(bytes.size()) + " bytes from offset " +
+                                        std::to_string(opts->offset) +
+                                        " do not fit the 1,024-byte user area");
         }
-        check_call(pta_invoke_otp_prog_usr(PTA_DALU_CMD_OTP_PROG_USR, opts->offset, bytes.data(),
-                                           static_cast<uint32_t>(bytes.size())),
-                   "pta_invoke_otp_prog_usr");
+        run_call("pta_invoke_otp_prog_usr", [&] {
+            return pta_invoke_otp_prog_usr(PTA_DALU_CMD_OTP_PROG_USR, opts->offset, bytes.data(),
+                                           static_cast<uint32_t>(bytes.size()));
+        });
     });
 }
 
@@ -95,12 +103,12 @@ void add_getsn(CLI::App &otp, const std::shared_ptr<OtpOptions> &opts) {
     CLI::App *getsn = add_command(otp, "getsn", "Print the board serial number",
                                   "  karstctl otp getsn\n"
                                   "  karstctl otp getsn -o serial.txt\n");
-    getsn->add_option("-o,--output", opts->output, "Write the serial number to this file instead");
+    add_output(*getsn, opts->output, "Write the serial number to this file instead");
     getsn->callback([opts] {
         char serial[SERIAL_ROOM] = {0};
         uint32_t length = 0;
-        check_call(pta20_otp_board_sn_get(&length, serial, sizeof serial - 1),
-                   "pta20_otp_board_sn_get");
+        run_call("pta20_otp_board_sn_get",
+                 [&] { return pta20_otp_board_sn_get(&length, serial, sizeof serial - 1); });
         emit(opts->output, bounded_text(serial, sizeof serial));
     });
 }
