@@ -13,7 +13,7 @@ trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 libdir=$(find "$prefix" -name libkarst.so.1 -printf '%h\n' | head -n 1)
 for file in include/karst.h share/man/man1/karstctl.1 share/man/man1/otp.1 \
-    share/man/man1/karst-emu-setup.1; do
+    share/man/man1/karst-emu-setup.1 share/bash-completion/completions/karstctl; do
     test -f "$prefix/$file"
 done
 for file in pkgconfig/karst.pc libkarst.a karst-emulator/libteec.so.1 cmake/karst/karstConfig.cmake \

@@ -59,12 +59,12 @@ staging="$KARST_ROOT/nv1/bios_staging.bin"
     head -c $((64 * 1024 * 1024 - 25)) /dev/zero | tr '\0' '\377'
 } >"$staging"
 run karstctl sigtbl "$staging" >"$work/sigtbl.txt"
-head -n 3 "$work/sigtbl.txt"
+head -n 3 "$work/sigtbl.txt" | sed 's/^/  /'
 run karstctl image auth bios staging
 run karstctl image upload bios staging
 
-step "Update the BIOS asynchronously: backup and evidence dumps first, then the programming"
-run karstctl image update bios staging --backup --evidence --async
+step "Update the BIOS: backup and evidence dumps first, then the programming, with its progress"
+run karstctl image update bios staging --backup --evidence
 ls -l "$KARST_ROOT/nv1/bios_backup.bin" "$KARST_ROOT/nv1/bios_evidence.bin" | sed 's/^/  /'
 done_step "Firmware: 64 MiB BIOS image authenticated, uploaded and programmed (with backup and evidence)"
 
