@@ -75,9 +75,12 @@ std::string attribute_name(Bytes oid) {
     for (const uint8_t byte : oid) {
         arc = arc << OID_BITS | (byte & OID_VALUE);
         if ((byte & OID_MORE) == 0) {
-            dotted += dotted.empty() ? std::to_string(arc / OID_FIRST_ARC) + "." +
-                                           std::to_string(arc % OID_FIRST_ARC)
-                                     : "." + std::to_string(arc);
+            if (dotted.empty()) {
+                dotted += std::to_string(arc / OID_FIRST_ARC);
+                arc %= OID_FIRST_ARC;
+            }
+            dotted += '.';
+            dotted += std::to_string(arc);
             arc = 0;
         }
     }
@@ -97,8 +100,12 @@ std::string name_text(Bytes name) {
                 !value) {
                 return {};
             }
-            text += (text.empty() ? "" : ",") + attribute_name(type->contents) + "=" +
-                    std::string(value->contents.begin(), value->contents.end());
+            if (!text.empty()) {
+                text += ',';
+            }
+            text += attribute_name(type->contents);
+            text += '=';
+            text.append(value->contents.begin(), value->contents.end());
         }
     }
     return text;

@@ -70,7 +70,12 @@ std::string json_string(std::string_view text) {
 }
 
 JsonObject &JsonObject::member(std::string_view key, const std::string &json) {
-    members_ += (members_.empty() ? "" : ",") + json_string(key) + ":" + json;
+    if (!members_.empty()) {
+        members_ += ',';
+    }
+    members_ += json_string(key);
+    members_ += ':';
+    members_ += json;
     return *this;
 }
 
@@ -89,7 +94,10 @@ JsonObject &JsonObject::flag(std::string_view key, bool yes) {
 JsonObject &JsonObject::array(std::string_view key, const std::vector<JsonObject> &items) {
     std::string array = "[";
     for (const JsonObject &item : items) {
-        array += (array.size() > 1 ? "," : "") + item.str();
+        if (array.size() > 1) {
+            array += ',';
+        }
+        array += item.str();
     }
     return member(key, array + "]");
 }
