@@ -1,6 +1,6 @@
 // Common ground of the attestation and certificate tests: files and archives made in the test,
 // calls checked by result and output, what an invoke carried, a view of a folder's files to prove
-// what changed, KLV pairs read back, and a recording stand-in for the REE data tool.
+// what changed, and a recording stand-in for the REE data tool.
 #pragma once
 
 #include "core/shell.hpp"
@@ -13,9 +13,6 @@
 #include <filesystem>
 #include <map>
 #include <source_location>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace karst::test {
 
@@ -72,22 +69,28 @@ inline void make_tgz(const std::string &archive, const std::map<std::string, Byt
     std::filesystem::remove_all(work);
 }
 
-// Runs fn with standard output captured and expects the result rc; returns what it printed. A
-// failure names the caller's line and shows the output.
-inline std::string printed(int rc, const std::function<int()> &fn,
+// Runs fn with standard output captured (in a session of its own when session) and expects the
+// result rc; returns what it printed. A failure names the caller's line and shows the output.
+inline std::string printed(int rc, const std::function<int()> &fn, bool session = false,
                            std::source_location at = std::source_location::current()) {
     const ::testing::ScopedTrace trace(at.file_name(), static_cast<int>(at.line()), "");
     int got = 0;
-    const std::string out = capture_stdout([&] { got = fn(); });
+    const std::string out = capture_stdout([&] { got = session ? in_session(fn) : fn(); });
     EXPECT_EQ(got, rc) << out;
     return out;
 }
 
-// printed, with fn run in a session of its own.
-inline std::string in_session_printed(int rc, const std::function<int()> &fn,
-                                      std::source_location at = std::source_location::current()) {
-    return printed(
-        rc, [&] { return in_session(fn); }, at);
+// A call, the result it is expected to return, and a regular expression for all it prints; a
+// table of them is made in order (each in a session of its own when session).
+struct Call {
+    std::function<int()> fn;
+    int rc;
+    std::string out;
+};
+inline void expect_calls(const std::vector<Call> &calls, bool session = false) {
+    for (size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_TRUE(matches(printed(calls[i].rc, calls[i].fn, session), calls[i].out)) << i;
+    }
 }
 
 // The journal's last invoke in brief: command, parameter types, then per parameter "-" (none),
@@ -120,7 +123,7 @@ inline std::string sent(int i) {
 
 // Every entry under dir (recursively) but the skipped relative paths (and what is under them):
 // relative path -> "l:<target>" for a link, else "<size> <hash of the content>" ("d" the content
-// of a directory), and the entries that differ between two such views, one a line.
+// of a directory); and the entries that differ between two such views, one a line.
 using Tree = std::map<std::string, std::string>;
 inline Tree snapshot(const std::string &dir, const std::vector<std::string> &skip = {}) {
     namespace fs = std::filesystem;
@@ -160,30 +163,6 @@ inline void install_recording_tool(const std::string &root, const std::string &l
                          shell::quote(log) + "\n" + body + "\n");
     fs::permissions(path, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                               fs::perms::others_read | fs::perms::others_exec);
-}
-
-// KLV pairs back to back in n bytes at p, name -> value in order, up to a zero byte or the end:
-// 0x16 <name length> <name> 0x02 <count> <value length in count bytes> <value>. A malformed pair
-// fails the test.
-using Pairs = std::vector<std::pair<std::string, Bytes>>;
-inline Pairs klv_pairs(const uint8_t *p, size_t n) {
-    Pairs pairs;
-    for (size_t at = 0; at < n && p[at] != 0;) {
-        const size_t count_at = at + 1 < n ? at + 3 + p[at + 1] : n;
-        const size_t value_at = count_at < n ? count_at + 1 + p[count_at] : n;
-        size_t len = 0;
-        for (size_t i = count_at + 1; i < std::min(value_at, n); ++i) {
-            len = (len << 8) | p[i];
-        }
-        if (p[at] != 0x16 || count_at >= n || p[count_at - 1] != 0x02 || p[count_at] == 0 ||
-            p[count_at] > 4 || value_at + len > n) {
-            ADD_FAILURE() << "malformed pair at " << at;
-            break;
-        }
-        pairs.emplace_back(to_text(p + at + 2, p[at + 1]), Bytes(p + value_at, p + value_at + len));
-        at = value_at + len;
-    }
-    return pairs;
 }
 
 } // namespace karst::test
