@@ -47,13 +47,8 @@ inline void write_bytes(const std::string &path, const Bytes &data) {
     write_file(path, to_text(data.data(), data.size()));
 }
 
-inline Bytes read_bytes(const std::string &path) {
-    return to_bytes(read_file(path));
-}
-
 inline bool exists(const std::string &path) {
-    std::error_code ec;
-    return std::filesystem::exists(std::filesystem::symlink_status(path, ec));
+    return std::filesystem::exists(std::filesystem::symlink_status(path));
 }
 
 // A gzip'ed tar archive at archive holding the named files.
@@ -122,8 +117,8 @@ inline std::string sent(int i) {
 }
 
 // Every entry under dir (recursively) but the skipped relative paths (and what is under them):
-// relative path -> "l:<target>" for a link, else "<size> <hash of the content>" ("d" the content
-// of a directory); and the entries that differ between two such views, one a line.
+// relative path -> "<size> <hash of the content>" (the content "d" for anything but a regular
+// file); and the entries that differ between two such views, one a line.
 using Tree = std::map<std::string, std::string>;
 inline Tree snapshot(const std::string &dir, const std::vector<std::string> &skip = {}) {
     namespace fs = std::filesystem;
@@ -132,8 +127,6 @@ inline Tree snapshot(const std::string &dir, const std::vector<std::string> &ski
         const std::string rel = fs::relative(it->path(), dir).string();
         if (std::find(skip.begin(), skip.end(), rel) != skip.end()) {
             it.disable_recursion_pending();
-        } else if (it->is_symlink()) {
-            view[rel] = "l:" + fs::read_symlink(it->path()).string();
         } else {
             const std::string content = it->is_regular_file() ? read_file(it->path()) : "d";
             view[rel] = std::to_string(content.size()) + " " +

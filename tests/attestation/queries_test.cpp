@@ -18,12 +18,13 @@ using QueriesTest = KarstTest;
 // Chains made in the test, each answered into a buffer of its own size (a certificate may fill
 // it; without an answer the real chain does not fit 16 bytes); index 5 is one object, passed
 // whole. Indexes are checked before the secure world; a failure clears the caller's buffer and
-// leaves the size alone. The exported call hands back the size (word 3 of the dispatcher), keeps
-// it on failure, and refuses a missing or empty buffer before any session.
+// leaves the size alone. The exported call hands back the size (word 3 of the dispatcher) and
+// keeps it on failure.
 TEST_F(QueriesTest, TheWalkFindsEachPositionAndReportsMalformedChainsAtTheFault) {
     const Bytes a = join({{0x30, 0x82, 0x01, 0x0a}, pattern(266, 1)}); // 270 bytes
     const Bytes ab = join({a, {0x30, 0x81, 0x80}, pattern(128, 2)});
     const Bytes five = {0x30, 0x85, 0x01, 0x00, 0x00, 0x00, 0x03, 1, 2, 3}; // 32-bit length 3
+    const Bytes huge = {0x30, 0x84, 0xff, 0xff, 0xff, 0xff}; // reckoned in full, not wrapped
     // The answer, an index, the result, and the certificate (hex) or the message.
     const std::tuple<Bytes, int32_t, int, std::string> rows[] = {
         {ab, 0, NOT_FOUND, R"(Certificate 3 \(cert_index 0\) not found in concatenated data)"},
@@ -38,11 +39,7 @@ TEST_F(QueriesTest, TheWalkFindsEachPositionAndReportsMalformedChainsAtTheFault)
         {join({a, {0x30, 0x82, 0x01}}), 2, BAD_FORMAT, "Invalid length encoding at offset 270"},
         {join({a, {0x30, 0x10, 1, 2, 3}}), 2, BAD_FORMAT,
          "Certificate 1 length 18 exceeds buffer size 5"},
-        // Lengths that would wrap a 32-bit size are reckoned in full.
-        {{0x30, 0x84, 0xff, 0xff, 0xff, 0xff},
-         4,
-         BAD_FORMAT,
-         "Certificate 0 length 4294967301 exceeds buffer size 6"},
+        {huge, 4, BAD_FORMAT, "Certificate 0 length 4294967301 exceeds buffer size 6"},
         {{}, 4, NOT_FOUND, "TEEC_InvokeCommand failed: 0xffff0010 origin 0x4"},
         {ab, 3, NOT_FOUND, "Certificate index 3 not available"},
         {ab, -1, BAD_PARAMETERS, "Invalid certificate index -1"},
@@ -53,15 +50,13 @@ TEST_F(QueriesTest, TheWalkFindsEachPositionAndReportsMalformedChainsAtTheFault)
         karst_emu_answer(PTA_DALU_CMD_GET_CERTIFICATE, 1, data.data(), data.size());
         Bytes buf(data.empty() ? 16 : data.size(), 0xAA);
         auto size = static_cast<uint32_t>(buf.size());
-        const int i = index; // (a structured binding cannot be captured)
         const std::string out = printed(
-            rc, [&] { return pta_invoke_dalu_get_certificate(34, i, buf.data(), &size); }, true);
-        if (rc == 0) {
-            EXPECT_EQ(hex(buf.data(), size) + out, expected);
-        } else {
-            EXPECT_TRUE(matches(out, GET_CERT + expected));
-            EXPECT_TRUE(size == buf.size() && buf == Bytes(size, 0)) << expected;
-        }
+            rc, [&] { return pta_invoke_dalu_get_certificate(34, index, buf.data(), &size); },
+            true);
+        EXPECT_TRUE(rc == 0 ? hex(buf.data(), size) + out == expected
+                            : matches(out, GET_CERT + expected) && size == buf.size() &&
+                                  buf == Bytes(size, 0))
+            << index << ": " << out;
         const std::string asked = "34 00c1 v" + std::to_string(index == 5 ? 5 : 4) + ",0 " +
                                   std::to_string(buf.size()) + "o - -";
         EXPECT_EQ(shape(), index >= 0 && index != 3 && index <= 5 ? asked : "0 0000 - - - -");
@@ -74,12 +69,6 @@ TEST_F(QueriesTest, TheWalkFindsEachPositionAndReportsMalformedChainsAtTheFault)
     size = 100;
     printed(-1, [&] { return pta20_get_cert(4, buf, &size); });
     EXPECT_EQ(size, 100u);
-    karst_emu_reset();
-    size = 0;
-    EXPECT_EQ(pta20_get_cert(4, buf, &size) + pta20_get_cert(4, nullptr, &size) +
-                  pta20_get_cert(4, buf, nullptr),
-              -3);
-    EXPECT_EQ(karst_emu_calls(KARST_EMU_INIT), 0u);
 }
 
 // Each type reaches the secure world and each call rewrites the file whole (through the
@@ -93,10 +82,12 @@ TEST_F(QueriesTest, EveryBlockTypeReachesTheSecureWorldAndTheFileIsAlwaysWhole) 
         text.resize(65536, '\0');
         return text;
     };
+    const auto blk = [](uint32_t type, uint32_t value, const char *name) {
+        return in_session([&] { return pta_invoke_blk_get(16, type, value, name); });
+    };
     for (uint32_t type = 0; type <= 3; ++type) {
         const uint32_t value = 0xFFFFFFF0u + type;
-        EXPECT_EQ(in_session([&] { return pta_invoke_blk_get(16, type, value, "device-certs"); }),
-                  0);
+        EXPECT_EQ(blk(type, value, "device-certs"), 0);
         EXPECT_EQ(shape(), "16 0cc1 v" + std::to_string(type) + "," + std::to_string(value) +
                                " 12i 65536io -");
         EXPECT_TRUE(read_file(file) == whole(type, value, "device-certs")) << type;
@@ -105,22 +96,15 @@ TEST_F(QueriesTest, EveryBlockTypeReachesTheSecureWorldAndTheFileIsAlwaysWhole) 
     pta20_args(block, 2, 77, 0, reinterpret_cast<uintptr_t>("viadispatcher"), 0, 0);
     EXPECT_EQ(in_session([&] { return pta_invoke_cmd(PTA_DALU_CMD_BLK_GET, block); }), 0);
     karst_emu_journal_clear();
-    expect_calls({{[] { return pta_invoke_blk_get(16, 4, 0, "x"); }, -1,
-                   BLK_GET + "Unsupported datablk type 4\n"},
-                  {[] { return pta_invoke_blk_get(16, 0xFFFFFFFFu, 0, "x"); }, -1,
-                   BLK_GET + "Unsupported datablk type -1\n"},
-                  {[] { return pta_invoke_blk_get(16, 0, 0, nullptr); }, -1,
-                   BLK_GET + "Missing datablk name\n"}},
-                 true);
-    EXPECT_EQ(karst_emu_journal_count(), 0u);
-    expect_calls({{[] { return pta_invoke_blk_get(16, 0, 0, "missing-block"); }, NOT_FOUND,
-                   BLK_GET + "TEEC_InvokeCommand failed with code 0xffff0008 origin 0x4\n"}},
-                 true);
+    expect_calls({{[&] { return blk(4, 0, "x"); }, -1, BLK_GET + "Unsupported datablk type 4\n"},
+                  {[&] { return blk(~0u, 0, "x"); }, -1, BLK_GET + "Unsupported datablk type -1\n"},
+                  {[&] { return blk(0, 0, nullptr); }, -1, BLK_GET + "Missing datablk name\n"},
+                  {[&] { return blk(0, 0, "missing-block"); }, NOT_FOUND,
+                   BLK_GET + "TEEC_InvokeCommand failed with code 0xffff0008 origin 0x4\n"}});
+    EXPECT_EQ(karst_emu_journal_count(), 1u) << "only the last reaches the secure world";
     EXPECT_TRUE(read_file(file) == whole(2, 77, "viadispatcher"));
     std::filesystem::remove_all(path("/tmp"));
-    expect_calls({{[] { return pta_invoke_blk_get(16, 0, 0, "x"); }, -1,
-                   "Failed to open file \\(" + file + "\\)\n"}},
-                 true);
+    EXPECT_EQ(printed(-1, [&] { return blk(0, 0, "x"); }), "Failed to open file (" + file + ")\n");
 }
 
 // Yes for the device key and the factory chain; no for a certificate not replaced yet, for an
@@ -138,14 +122,6 @@ TEST_F(QueriesTest, ProvisioningQueryYesNoAndFailure) {
     EXPECT_EQ(in_session([&] { return pta_invoke_prov_query(22, 7, status, sizeof status); }), -1);
     EXPECT_EQ(hex(status, 2), "01 00") << "the answer no, then cleared bytes";
     EXPECT_EQ(shape(), "22 00c1 v7,0 16o - -");
-    const std::string e = R"(\[E:_pta_invoke_prov_query:\d+\] )";
-    expect_calls({{[&] { return _pta_invoke_prov_query(22, 0, nullptr, 16); }, -1,
-                   e + "Incorrect buf or buf size\n"},
-                  {[&] { return _pta_invoke_prov_query(22, 0, status, 0); }, -1,
-                   e + "Incorrect buf or buf size\n"},
-                  {[&] { return _pta_invoke_prov_query(22, 256, status, 16); }, BAD_PARAMETERS,
-                   e + "TEEC_InvokeCommand failed with code 0xffff0006 origin 0x4\n"}},
-                 true);
 }
 
 } // namespace

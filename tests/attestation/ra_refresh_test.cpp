@@ -2,7 +2,7 @@
 // data and signature as the secure world receives them, acceptance and rejection, the refusals;
 // and archive paths that reach tar as one literal word whatever they hold (no other command runs,
 // nothing else changes). The round trip from an RA certificate replacement is in
-// certs_replace_test.
+// karstctl_certs_test.
 #include "attestation/att_support.hpp"
 
 #include <unistd.h>
@@ -32,13 +32,9 @@ class RaRefreshTest : public KarstTest {
 
 TEST_F(RaRefreshTest, TheArchiveIsUnpackedSplitAndAcceptedOrRejected) {
     make_tgz(path("/nv1/ra_data.tgz"), {{"ra_data.bin", ra_}});
-    for (uint32_t capacity : {0u, 100u, 0x20000u}) { // taken and ignored
-        EXPECT_EQ(refresh(nullptr, 0, capacity), "");
-        EXPECT_EQ(shape(), "26 00cc 65536i 1024i - -");
-        EXPECT_TRUE(to_bytes(sent(0) + sent(1)) == ra_);
-    }
-    EXPECT_EQ(pta20_ra_refresh(nullptr, 0), 0);
-    EXPECT_TRUE(read_bytes(data_file()) == ra_);
+    EXPECT_EQ(refresh(nullptr, 0, 0x20000), "") << "the capacity is taken and ignored";
+    EXPECT_EQ(shape(), "26 00cc 65536i 1024i - -");
+    EXPECT_TRUE(to_bytes(sent(0) + sent(1)) == ra_);
     // Dispatcher number 26: the archive in word 4, the capacity in word 3.
     const std::string archive = path("/in.tgz");
     std::filesystem::rename(path("/nv1/ra_data.tgz"), archive);
@@ -64,25 +60,19 @@ TEST_F(RaRefreshTest, TheArchiveIsUnpackedSplitAndAcceptedOrRejected) {
 TEST_F(RaRefreshTest, MissingArchiveAndMissingOrShortDataFileAreRefused) {
     EXPECT_TRUE(matches(refresh(nullptr, static_cast<int>(TEEC_ERROR_ACCESS_DENIED)),
                         R"(\[I:_pta_invoke_ra_refresh:\d+\] No valid RA file found!\n)"));
-    refresh("", static_cast<int>(TEEC_ERROR_ACCESS_DENIED));
-    printed(-1, [] { return pta20_ra_refresh(nullptr, 0); });
     EXPECT_FALSE(exists(path("/tmp/attestation"))) << "nothing is made before the archive";
     const std::string other = path("/other.tgz");
     make_tgz(other, {{"something_else.bin", pattern(2000)}});
     EXPECT_TRUE(matches(refresh(other.c_str(), -1), R"(\[E:readbin:\d+\] Failed to open file:)" +
                                                         data_file() + "\n" + REFRESH + "File " +
                                                         data_file() + " not exist\n"));
-    EXPECT_TRUE(exists(path("/tmp/attestation/something_else.bin")));
-    // A data file left by an earlier extraction is what gets read when the archive has none.
-    write_bytes(data_file(), ra_);
-    refresh(other.c_str(), 0);
     // Shorter than its signature: refused before the secure world.
     const std::string short_archive = path("/short.tgz");
     make_tgz(short_archive, {{"ra_data.bin", pattern(1023)}});
     EXPECT_TRUE(matches(refresh(short_archive.c_str(), -1),
                         REFRESH + "RA data file " + data_file() +
                             " is too short: 1023 bytes, at least 1024 expected\n"));
-    EXPECT_EQ(karst_emu_journal_count(), 1u);
+    EXPECT_EQ(karst_emu_journal_count(), 0u);
     // A member named to climb out of the directory at any depth refuses the archive.
     make_dirs(path("/w/d"));
     write_bytes(path("/w/ra_data.bin"), ra_);
@@ -92,12 +82,6 @@ TEST_F(RaRefreshTest, MissingArchiveAndMissingOrShortDataFileAreRefused) {
     EXPECT_TRUE(matches(refresh(other.c_str(), -1), REFRESH + "Refused archive " + other +
                                                         ": a name outside the directory: "
                                                         "d/../../x/\n"));
-    // The extraction directory cannot be made: a file stands in its parent's place.
-    std::filesystem::remove_all(path("/tmp"));
-    write_file(path("/tmp"), "not a directory");
-    EXPECT_TRUE(
-        matches(refresh(short_archive.c_str(), -1),
-                REFRESH + R"(Failed to create path \()" + path("/tmp/attestation") + R"(\)\n)"));
 }
 
 // Archive paths with every kind of shell syntax in them, and relative ones (taken from the
