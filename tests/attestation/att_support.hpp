@@ -150,12 +150,10 @@ inline std::string changes(const Tree &before, const Tree &after) {
 // log ("<argument count>|<arg 1>|<arg 2>") and then runs body (shell text, may be empty).
 inline void install_recording_tool(const std::string &root, const std::string &log,
                                    const std::string &body) {
-    namespace fs = std::filesystem;
     const std::string path = root + "/usr/bin/reedata_tool.sh";
     write_file(path, "#!/bin/sh\nprintf '%s|%s|%s\\n' \"$#\" \"${1:-}\" \"${2:-}\" >> " +
                          shell::quote(log) + "\n" + body + "\n");
-    fs::permissions(path, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                              fs::perms::others_read | fs::perms::others_exec);
+    std::filesystem::permissions(path, static_cast<std::filesystem::perms>(0755));
 }
 
 } // namespace karst::test

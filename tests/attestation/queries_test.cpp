@@ -50,9 +50,10 @@ TEST_F(QueriesTest, TheWalkFindsEachPositionAndReportsMalformedChainsAtTheFault)
         karst_emu_answer(PTA_DALU_CMD_GET_CERTIFICATE, 1, data.data(), data.size());
         Bytes buf(data.empty() ? 16 : data.size(), 0xAA);
         auto size = static_cast<uint32_t>(buf.size());
-        const std::string out = printed(
-            rc, [&] { return pta_invoke_dalu_get_certificate(34, index, buf.data(), &size); },
-            true);
+        const auto get = [&, i = index] {
+            return pta_invoke_dalu_get_certificate(34, i, buf.data(), &size);
+        };
+        const std::string out = printed(rc, get, true);
         EXPECT_TRUE(rc == 0 ? hex(buf.data(), size) + out == expected
                             : matches(out, GET_CERT + expected) && size == buf.size() &&
                                   buf == Bytes(size, 0))

@@ -96,7 +96,7 @@ TEST_F(RaRefreshTest, ArchivePathsReachTarAsOneLiteralWord) {
          "ra.tgz", "work/--to-command=touch canary"});
     for (std::string &name : names) {
         make_tgz(in + name, {{"ra_data.bin", ra_}});
-        name = in + name;
+        name.insert(0, in);
     }
     names.back() = "--to-command=touch canary"; // relative, as are the two below
     names.insert(names.end(), {"../ra.tgz", "../work/../ra.tgz"});
