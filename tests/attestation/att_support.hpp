@@ -48,7 +48,8 @@ inline void write_bytes(const std::string &path, const Bytes &data) {
 }
 
 inline bool exists(const std::string &path) {
-    return std::filesystem::exists(std::filesystem::symlink_status(path));
+    std::error_code ec;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ec));
 }
 
 // A gzip'ed tar archive at archive holding the named files.
