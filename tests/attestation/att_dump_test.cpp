@@ -1,338 +1,234 @@
 // The attestation dump from end to end: the data block as the secure world receives it, key by
-// key; the result file and its binding of nonce and block; the path handed back; the REE data
-// tool's two runs; and the dump without an archive, with one too large, and with failures.
+// key, with the SPDM evidence files taken by their name rules; the result file named by digest
+// info and nonce; the path handed back; the REE data tool's two runs; the dump without an archive
+// or evidence, with an archive too large and with a failing command; the guards on nonce and
+// digest info, which keep caller input out of the shell and the secure world's answer inside the
+// result directory. Then the evidence collectors: evidence that cannot be used, a record that
+// fills the buffer, and the ten-record limits.
 #include "attestation/att_support.hpp"
-
-#include <memory>
-#include <openssl/evp.h>
-#include <openssl/sha.h>
-#include <openssl/x509.h>
+#include "attestation/spdm_evidence.hpp"
 
 using namespace karst::test;
 
 namespace {
 
-constexpr size_t BLOCK_SIZE = 65536;
-constexpr size_t RESULT_SIZE = 66560;
-constexpr size_t SIGNED_SIZE = 65536 + 256;
-
-std::string sha256_hex(const Bytes &data) {
-    uint8_t digest[SHA256_DIGEST_LENGTH];
-    SHA256(data.data(), data.size(), digest);
-    std::string out;
-    char two[3];
-    for (uint8_t b : digest) {
-        std::snprintf(two, sizeof two, "%02x", b);
-        out += two;
-    }
-    return out;
-}
-
-// Whether signature is the device certificate's key's ECDSA-SHA256 signature over data.
-bool signed_by_device(const Bytes &device_cert, const uint8_t *data, size_t n,
-                      const uint8_t *signature, size_t sig_len) {
-    const unsigned char *p = device_cert.data();
-    std::unique_ptr<X509, decltype(&X509_free)> cert(
-        d2i_X509(nullptr, &p, static_cast<long>(device_cert.size())), &X509_free);
-    if (!cert) {
-        return false;
-    }
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
-    return EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_sha256(), nullptr,
-                                X509_get0_pubkey(cert.get())) == 1 &&
-           EVP_DigestVerify(ctx.get(), signature, sig_len, data, n) == 1;
-}
-
-// Length of the DER item at p (a signature), header included.
-size_t der_size(const uint8_t *p) {
-    return p[1] < 0x80 ? 2u + p[1] : 3u + p[2];
-}
+const std::string CHAINS = "/tmp/spdm/aoc/boot_run/spdm_saved_cert_chains/";
+const std::string MEASUREMENTS = "/tmp/spdm/aoc/boot_run/spdm_saved_measurements_bins/";
+const std::string CA = "/etc/defaults/spdm_"; // + "dalu_rootCA.der", "nv_rootCA.der"
+const std::string CA_KEY = "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/";
+const std::string DUMP_FAILED = R"((.*\n)*\[E:_pta_invoke_att_dump:\d+\] )";
 
 class AttDumpTest : public KarstTest {
   protected:
-    std::string spdm(const std::string &inside) const {
-        return path("/tmp/spdm/aoc/boot_run/" + inside);
-    }
-    // Evidence of two devices: a certificate chain, a measurement, both root CAs.
-    void write_evidence() {
-        make_dirs(spdm("spdm_saved_cert_chains"));
-        make_dirs(spdm("spdm_saved_measurements_bins/gpu0"));
-        write_bytes(spdm("spdm_saved_cert_chains/dev0.der"), pattern(1200, 1));
-        write_bytes(spdm("spdm_saved_measurements_bins/gpu0/m.bin"), pattern(300, 2));
-        write_bytes(path("/etc/defaults/spdm_dalu_rootCA.der"), pattern(500, 3));
-        write_bytes(path("/etc/defaults/spdm_nv_rootCA.der"), pattern(600, 4));
-    }
-    // The journal's one dump command.
-    karst_emu_invoke_record dump_record() {
-        karst_emu_invoke_record found{};
-        int count = 0;
-        for (const auto &r : journal()) {
-            if (r.command == PTA_DALU_CMD_ATT_DUMP) {
-                found = r;
-                ++count;
-            }
-        }
-        EXPECT_EQ(count, 1);
-        return found;
+    // A file of the run root (made with its folders).
+    void put(const std::string &inside, const Bytes &content) const {
+        make_dirs(std::filesystem::path(path(inside)).parent_path());
+        write_bytes(path(inside), content);
     }
     std::string result_path(const std::string &digest, const std::string &nonce) const {
         return path("/tmp/attestation/attd_" + digest + "_" + nonce + ".bin");
     }
+    // The recording REE data tool, running body after its record; its log.
+    std::string record_tool(const std::string &body = "") const {
+        install_recording_tool(root(), path("/tmp/tool.log"), body);
+        return path("/tmp/tool.log");
+    }
+    // pta20_att_dump, expected to return rc; what it printed.
+    static std::string dump(const char *nonce, int rc, char *where = nullptr, uint32_t size = 0) {
+        return printed(rc, [&] { return pta20_att_dump(nonce, where, size); });
+    }
+    // The value of key in the last command's data block, or "<-1>".
+    static Bytes value(const std::string &key) {
+        Bytes block = to_bytes(sent(3));
+        Bytes out(65536);
+        uint32_t len = 65536;
+        const bool got = !block.empty() && pta20_datablk_get(DATABLK_MAGIC_ATT, key.c_str(),
+                                                             out.data(), &len, block.data()) == 0;
+        return got ? Bytes(out.begin(), out.begin() + len) : to_bytes("<-1>");
+    }
 };
 
-TEST_F(AttDumpTest, BlockCarriesEveryKindOfEvidenceAndTheResultIsSignedOverNonceAndBlock) {
-    write_evidence();
+TEST_F(AttDumpTest, BlockCarriesTheEvidenceAndTheResultIsNamedByDigestInfoAndNonce) {
+    // Only visible "<key>.der" chains and "<key>.bin" measurements in a subdirectory are taken,
+    // the key cut at the last dot.
+    for (const std::string &skipped :
+         {CHAINS + "c.DER", CHAINS + "c", CHAINS + ".c.der", CHAINS + "c.der.bak",
+          MEASUREMENTS + "gpu1/m.BIN", MEASUREMENTS + ".hidden/h.bin", MEASUREMENTS + "top.bin"}) {
+        put(skipped, pattern(10));
+    }
+    put(CHAINS + "dev.0.der", pattern(1200, 1));
+    put(MEASUREMENTS + "gpu0/m.bin", pattern(300, 2));
+    put(CA + "dalu_rootCA.der", pattern(500, 3));
+    put(CA + "nv_rootCA.der", pattern(600, 4));
     char where[512];
-    std::string out = capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc123", where, 512), 0); });
-    EXPECT_EQ(out, "") << "a complete dump prints nothing";
-
-    const karst_emu_invoke_record r = dump_record();
-    EXPECT_EQ(r.param_types, 0xCCCCu);
-    EXPECT_EQ(r.params[0].size, RESULT_SIZE);
-    EXPECT_EQ(r.params[0].flags, static_cast<uint32_t>(TEEC_MEM_OUTPUT));
-    EXPECT_EQ(r.params[1].size, 128u);
-    EXPECT_EQ(r.params[1].flags, static_cast<uint32_t>(TEEC_MEM_OUTPUT));
-    EXPECT_EQ(to_text(r.params[2].input, r.params[2].input_kept), "abc123");
-    EXPECT_EQ(r.params[2].flags, static_cast<uint32_t>(TEEC_MEM_INPUT));
-    ASSERT_EQ(r.params[3].input_kept, BLOCK_SIZE);
-    EXPECT_EQ(r.params[3].flags, static_cast<uint32_t>(TEEC_MEM_INPUT));
-    const Bytes block(r.params[3].input, r.params[3].input + BLOCK_SIZE);
-
-    // The block as sent, key by key, in order.
-    EXPECT_EQ(le32(block.data() + 4), DATABLK_MAGIC_ATT);
-    EXPECT_EQ(le32(block.data()), crc32i(0xFFFFFFFF, block.data() + 4, BLOCK_SIZE - 4));
-    const auto pairs = block_pairs(block.data(), block.size());
-    ASSERT_EQ(pairs.size(), 4u);
-    EXPECT_EQ(pairs[0].first, "ReeData_v1_tgz");
-    const auto ree = tgz_files(pairs[0].second);
-    ASSERT_EQ(ree.count("ReeData/nonce.txt"), 1u);
-    EXPECT_EQ(ree.at("ReeData/nonce.txt"), to_bytes("abc123\n"));
-    EXPECT_EQ(pairs[1].first, "SPDMDevInvt_v1_klvs");
-    Bytes evidence = {0x16, 4, 'd', 'e', 'v', '0', 0x02, 0x02, 0x04, 0xb0};
-    const Bytes chain = pattern(1200, 1);
-    evidence.insert(evidence.end(), chain.begin(), chain.end());
-    const Bytes measurement_head = {0x16, 1, 'm', 0x02, 0x02, 0x01, 0x2c};
-    evidence.insert(evidence.end(), measurement_head.begin(), measurement_head.end());
-    const Bytes measurement = pattern(300, 2);
-    evidence.insert(evidence.end(), measurement.begin(), measurement.end());
-    EXPECT_EQ(pairs[1].second, evidence);
-    EXPECT_EQ(pairs[2].first, "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/1");
-    EXPECT_EQ(pairs[2].second, pattern(500, 3));
-    EXPECT_EQ(pairs[3].first, "Managers/1/SecurityPolicy/SPDM/TrustedCertificates/2");
-    EXPECT_EQ(pairs[3].second, pattern(600, 4));
-
-    // The copy as sent, and the tool's clean-up.
-    EXPECT_EQ(read_bytes(path("/tmp/spdm_attestation_dump.bin")), block);
-    EXPECT_FALSE(exists(path("/tmp/ReeData.tgz")));
-
-    // The result: named by digest info and nonce, bound to both by the device key.
-    Bytes bound = to_bytes("abc123");
-    bound.insert(bound.end(), block.begin(), block.end());
-    const std::string digest = sha256_hex(bound);
-    const std::string file = result_path(digest.substr(0, 16), "abc123");
-    EXPECT_STREQ(where, file.c_str());
-    const Bytes result = read_bytes(file);
-    ASSERT_EQ(result.size(), RESULT_SIZE);
-    EXPECT_TRUE(std::equal(block.begin(), block.end(), result.begin()));
-    const std::string statement = to_text(result.data() + BLOCK_SIZE, 256);
-    EXPECT_EQ(statement.substr(0, statement.find('\0')),
-              "KARST-ATT v1\nnonce=abc123\nblock-size=65536\nsha256=" + digest + "\n");
-    Bytes device_cert(4096);
-    uint32_t size = 4096;
-    ASSERT_EQ(pta20_get_cert(0, device_cert.data(), &size), 0);
-    device_cert.resize(size);
-    const uint8_t *sig = result.data() + SIGNED_SIZE;
-    EXPECT_TRUE(signed_by_device(device_cert, result.data(), SIGNED_SIZE, sig, der_size(sig)));
-    Bytes forged = result;
-    forged[100] ^= 1; // one bit of the block
-    EXPECT_FALSE(signed_by_device(device_cert, forged.data(), SIGNED_SIZE, sig, der_size(sig)));
+    EXPECT_EQ(dump("abc123", 0, where, sizeof where), "") << "a complete dump prints nothing";
+    EXPECT_EQ(shape(), "12 cccc 66560o 128o 6i 65536i");
+    const Bytes block = to_bytes(sent(3));
+    ASSERT_EQ(pta20_datablk_check(block.data(), 65536), 0);
+    // Key by key: the REE data archive, the evidence records, the root CAs.
+    EXPECT_EQ(hex(value("ReeData_v1_tgz").data(), 2), "1f 8b") << "a gzip archive";
+    EXPECT_TRUE(value("SPDMDevInvt_v1_klvs") ==
+                join({{0x16, 5, 'd', 'e', 'v', '.', '0', 0x02, 0x02, 0x04, 0xb0},
+                      pattern(1200, 1),
+                      {0x16, 1, 'm', 0x02, 0x02, 0x01, 0x2c},
+                      pattern(300, 2)}));
+    EXPECT_TRUE(join({value(CA_KEY + "1"), value(CA_KEY + "2")}) ==
+                join({pattern(500, 3), pattern(600, 4)}));
+    EXPECT_TRUE(to_bytes(read_file(path("/tmp/spdm_attestation_dump.bin"))) == block)
+        << "the copy as sent";
+    EXPECT_FALSE(exists(path("/tmp/ReeData.tgz"))) << "the tool's clean-up";
+    // The result, named by the digest info answered (here 16 digits of the digest) and the nonce.
+    EXPECT_TRUE(matches(where, path("/tmp/attestation/attd_") + "[0-9a-f]{16}_abc123\\.bin"));
 }
 
+// The path comes back only with room for its terminator. The answer filled nothing of the result
+// buffer: the file is its 66,560 bytes anyway.
 TEST_F(AttDumpTest, PathIsHandedBackOnlyWhenItFitsWithItsTerminator) {
-    const std::string log = path("/tmp/tool.log");
-    install_recording_tool(root(), log, "");
+    record_tool();
     karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, "3f2a", 5);
     const std::string file = result_path("3f2a", "abc123");
-
-    std::string exact(file.size(), '#');
-    capture_stdout([&] {
-        EXPECT_EQ(pta20_att_dump("abc123", exact.data(), static_cast<uint32_t>(exact.size())), 0);
-    });
-    EXPECT_EQ(exact, std::string(file.size(), '#'));
-    // The answer filled nothing of the result buffer: the file is its 66,560 bytes anyway.
-    EXPECT_EQ(read_bytes(file), Bytes(RESULT_SIZE, 0));
-
-    std::string longer(file.size() + 4, '#');
-    capture_stdout([&] {
-        EXPECT_EQ(pta20_att_dump("abc123", longer.data(), static_cast<uint32_t>(file.size() + 1)),
-                  0);
-    });
-    EXPECT_EQ(longer, file + std::string(1, '\0') + "###");
-
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc123", nullptr, 1000), 0); });
-    EXPECT_TRUE(exists(file));
+    std::string where(file.size() + 4, '#');
+    dump("abc123", 0, where.data(), static_cast<uint32_t>(file.size()));
+    EXPECT_EQ(where, std::string(file.size() + 4, '#'));
+    EXPECT_TRUE(read_file(file) == std::string(66560, '\0'));
+    dump("abc123", 0, where.data(), static_cast<uint32_t>(file.size() + 1));
+    EXPECT_EQ(where, file + std::string(1, '\0') + "###");
+    dump("abc123", 0, nullptr, 1000);
 }
 
-TEST_F(AttDumpTest, WithoutAnArchiveThereIsNoBlockAndTheDumpStillSucceeds) {
-    const std::string log = path("/tmp/tool.log");
-    install_recording_tool(root(), log, "");
-    char where[512] = {};
-    const std::string out =
-        capture_stdout([&] { EXPECT_EQ(pta20_att_dump("n-1_X", where, sizeof where), 0); });
-    const std::string r = R"(:\d+\] )";
-    EXPECT_TRUE(matches(out, R"(\[I:spdm_collect_cert_chains)" + r +
-                                 "SPDM certificates directory not found: " +
-                                 re_escape(spdm("spdm_saved_cert_chains")) + "\n" +
-                                 R"(\[I:spdm_collect_measurements)" + r +
-                                 "SPDM measurements directory not found: " +
-                                 re_escape(spdm("spdm_saved_measurements_bins")) + "\n" +
-                                 "Invalid arguments: name = SPDMDevInvt_v1_klvs\n" +
-                                 R"(\[I:spdm_add_root_cas)" + r + "SPDM Root CA file not found: " +
-                                 re_escape(path("/etc/defaults/spdm_dalu_rootCA.der")) + "\n" +
-                                 R"(\[I:spdm_add_root_cas)" + r + "SPDM Root CA file not found: " +
-                                 re_escape(path("/etc/defaults/spdm_nv_rootCA.der")) + "\n"));
-    const karst_emu_invoke_record rec = dump_record();
-    EXPECT_EQ(rec.param_types, 0x0CCCu);
-    EXPECT_FALSE(exists(path("/tmp/spdm_attestation_dump.bin")));
-    EXPECT_EQ(read_file(log), "2|1|n-1_X\n1|2|\n");
-    EXPECT_EQ(std::string(where).rfind(path("/tmp/attestation/attd_"), 0), 0u);
-}
-
-TEST_F(AttDumpTest, WithoutEvidenceTheBlockHoldsOnlyTheArchive) {
-    std::string out = capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), 0); });
-    // The empty evidence buffer is refused by the data block with its length message.
-    EXPECT_NE(out.find("] Incorrect datablk length 0\n"), std::string::npos) << out;
-    const karst_emu_invoke_record r = dump_record();
-    const auto pairs = block_pairs(r.params[3].input, r.params[3].input_kept);
-    ASSERT_EQ(pairs.size(), 1u);
-    EXPECT_EQ(pairs[0].first, "ReeData_v1_tgz");
-}
-
-TEST_F(AttDumpTest, AnArchiveTooLargeForTheBlockStopsTheDumpBeforeTheSecureWorld) {
-    const std::string log = path("/tmp/tool.log");
-    install_recording_tool(root(), log, "head -c 70000 /dev/zero > " + path("/tmp/ReeData.tgz"));
-    const std::string out =
-        capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc123", nullptr, 0), -1); });
-    EXPECT_TRUE(
-        matches(out, R"(\[E:pta_invoke_att_dump:\d+\] Failed to set key\[ReeData_v1_tgz\]\n)"));
-    EXPECT_EQ(karst_emu_journal_count(), 0u);
-    EXPECT_EQ(read_file(log), "2|1|abc123\n") << "mode 2 is not run after this stop";
-    EXPECT_FALSE(exists(path("/tmp/spdm_attestation_dump.bin")));
-}
-
-TEST_F(AttDumpTest, EachSuccessfulDumpEmptiesTheResultDirectoryAndAFailedOneLeavesIt) {
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("first", nullptr, 0), 0); });
-    const auto first = find_named(path("/tmp/attestation"), "_first.bin");
-    ASSERT_EQ(first.size(), 1u);
+// Without evidence the block holds only the archive (the empty evidence buffer is refused by the
+// block; each missing root CA is reported). Without an archive there is no block: each store into
+// it is refused (an empty root CA file before), the command goes without its fourth parameter,
+// and the dump succeeds. An archive too large for the block stops the dump before the command and
+// the tool's second run; a failing command does not stop the second run. Each successful dump
+// empties the result directory; a failed one leaves it.
+TEST_F(AttDumpTest, WithoutEvidenceOrArchiveTheDumpGoesOnAndFailuresLeaveTheResults) {
+    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, "d", 2);
+    EXPECT_TRUE(matches(
+        dump("first", 0),
+        R"((.*\n){2}\[E:blk_set:\d+\] Incorrect datablk length 0\n)"
+        R"((\[I:spdm_add_root_cas:\d+\] SPDM Root CA file not found: .*rootCA\.der\n){2})"));
     write_file(path("/tmp/attestation/ra_data.bin"), "kept by a replacement");
-
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("second", nullptr, 0), 0); });
-    EXPECT_FALSE(exists(first[0]));
-    EXPECT_FALSE(exists(path("/tmp/attestation/ra_data.bin")));
-    const auto second = find_named(path("/tmp/attestation"), "_second.bin");
-    ASSERT_EQ(second.size(), 1u);
-
-    const std::string log = path("/tmp/tool.log");
-    install_recording_tool(root(), log, "");
+    std::filesystem::remove(path("/tmp/spdm_attestation_dump.bin"));
+    const std::string log = record_tool();
+    put(CA + "dalu_rootCA.der", pattern(500, 3));
+    put(CA + "nv_rootCA.der", {});
+    EXPECT_TRUE(
+        matches(dump("n-1_X", 0),
+                R"((\[I:.*\n){2}Invalid arguments: name = SPDMDevInvt_v1_klvs\n)"
+                "Invalid arguments: name = " +
+                    CA_KEY + R"(1\n\[E:spdm_add_root_cas:\d+\] Failed to set Root CA KLV key \[)" +
+                    CA_KEY + R"(1\] \(rc: -1\)\n\[E:spdm_add_root_cas:\d+\] Invalid Root CA )" +
+                    "file size: " + path(CA) + "nv_rootCA.der\n"));
+    EXPECT_EQ(shape(), "12 0ccc 66560o 128o 5i -");
+    EXPECT_FALSE(exists(path("/tmp/spdm_attestation_dump.bin")));
+    EXPECT_EQ(snapshot(path("/tmp/attestation")).size(), 1u) << "only the new result is left";
     karst_emu_fail_nth(KARST_EMU_INVOKE, 1, TEEC_ERROR_SECURITY);
-    const std::string out =
-        capture_stdout([&] { EXPECT_EQ(pta20_att_dump("third", nullptr, 0), -1); });
-    EXPECT_NE(out.find("[E:_pta_invoke_att_dump:"), std::string::npos);
-    EXPECT_NE(out.find("] TEEC_InvokeCommand failed with code 0xffff000f origin 0x4\n"),
-              std::string::npos);
-    EXPECT_TRUE(exists(second[0])) << "a failed command leaves the directory untouched";
-    EXPECT_EQ(read_file(log), "2|1|third\n1|2|\n") << "mode 2 runs whatever the result";
+    EXPECT_TRUE(
+        matches(dump("third", -1),
+                DUMP_FAILED + "TEEC_InvokeCommand failed with code 0xffff000f origin 0x4\n"));
+    EXPECT_TRUE(exists(result_path("d", "n-1_X")));
+    record_tool("head -c 70000 /dev/zero > " + path("/tmp/ReeData.tgz"));
+    karst_emu_journal_clear();
+    EXPECT_TRUE(matches(dump("big", -1),
+                        R"(\[E:pta_invoke_att_dump:\d+\] Failed to set key\[ReeData_v1_tgz\]\n)"));
+    EXPECT_EQ(karst_emu_journal_count(), 0u);
+    EXPECT_EQ(read_file(log), "2|1|n-1_X\n1|2|\n2|1|third\n1|2|\n2|1|big\n");
 }
 
 // What the secure world answers as digest info becomes part of a file name: anything that is not
 // a terminated text of file name characters is refused before the directory is touched.
 TEST_F(AttDumpTest, DigestInfoThatCouldLeaveTheResultDirectoryIsRefused) {
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("keep", nullptr, 0), 0); });
-    const auto before = snapshot(root(), {"var/lib/karst-emulator"});
-    const std::string unterminated(128, 'a');
-    const std::string hostile[] = {"../../../evil", "a/b",        "..",     "x..y",       "sp ace",
-                                   "nl\nx",         "semi;colon", "q'uote", "back\\slash"};
-    for (const std::string &digest : hostile) {
-        karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, digest.c_str(), digest.size() + 1);
-        const std::string out =
-            capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), -1) << digest; });
-        EXPECT_TRUE(matches(
-            out,
-            R"((.*\n)*\[E:_pta_invoke_att_dump:\d+\] Invalid digest info from the secure world\n)"))
-            << out;
+    dump("keep", 0);
+    const std::vector<std::string> skip = {"var/lib/karst-emulator",
+                                           "tmp/spdm_attestation_dump.bin"};
+    const Tree before = snapshot(root(), skip);
+    for (const std::string digest : {"../../../evil", "a/b", "..", "x..y", "sp ace", "nl\nx",
+                                     "semi;colon", "q'uote", "back\\slash", ""}) {
+        // The empty row stands for 128 bytes without a terminator.
+        const std::string answer = digest.empty() ? std::string(128, 'a') : digest + '\0';
+        karst_emu_answer(12, 1, answer.data(), answer.size());
+        EXPECT_TRUE(
+            matches(dump("abc", -1), DUMP_FAILED + "Invalid digest info from the secure world\n"))
+            << digest;
     }
-    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, unterminated.data(), unterminated.size());
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), -1); });
-    // The copy of the block is rewritten by each dump; nothing else changed.
-    auto after = snapshot(root(), {"var/lib/karst-emulator"});
-    after.erase("tmp/spdm_attestation_dump.bin");
-    auto expected = before;
-    expected.erase("tmp/spdm_attestation_dump.bin");
-    EXPECT_EQ(after, expected);
-
-    const std::string fine = "sha256:3f-2a_X.+=,@";
-    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, fine.c_str(), fine.size() + 1);
-    capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), 0); });
-    EXPECT_TRUE(exists(result_path(fine, "abc")));
+    EXPECT_EQ(changes(before, snapshot(root(), skip)), "");
 }
 
-TEST_F(AttDumpTest, CommandBodyChecksItsArguments) {
-    ASSERT_EQ(pta_open_session(), 0u);
-    Bytes big(RESULT_SIZE + 1, 0);
-    std::string out = capture_stdout([&] {
-        EXPECT_EQ(_pta_invoke_att_dump(12, nullptr, nullptr, 0, nullptr, 0), -1);
-        EXPECT_EQ(pta_invoke_att_dump(12, nullptr, nullptr, 0), -1);
-        EXPECT_EQ(_pta_invoke_att_dump(12, "abc", big.data(), RESULT_SIZE + 1, nullptr, 0), -1);
-    });
-    EXPECT_TRUE(matches(out, R"(\[E:_pta_invoke_att_dump:\d+\] Miss nonce\n)"
-                             R"(\[E:pta_invoke_att_dump:\d+\] Nonce is NULL\n)"
-                             R"(\[E:_pta_invoke_att_dump:\d+\] Incorrect datablk size 10401\n)"));
+// A nonce is 1 to 64 letters, digits, '-' or '_'; anything else is refused at every layer before
+// any session, command, tool run or file change. A nonce of the alphabet reaches the tool as one
+// word.
+TEST_F(AttDumpTest, NoncesBeyondTheirAlphabetAreRefusedBeforeAnythingRunsOrChanges) {
+    const std::string log = record_tool();
+    const std::vector<std::string> skip = {"var/lib/karst-emulator/session.lock"};
+    const Tree before = snapshot(root(), skip);
+    const std::string longest = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    const std::string refused = R"(:\d+\] Invalid nonce: 1 to 64 letters, digits, '-' or '_' )"
+                                R"(expected\n)";
+    for (const std::string &nonce : std::initializer_list<std::string>{
+             ";", "a;touch canary", "$(touch canary)", "`touch canary`", "a'b", "a\"b", "a b",
+             "a\nb", "a\tb", "../../canary", "..", "a/b", "*", "a|touch canary", "a&&touch canary",
+             "", "a>canary", "caf\xc3\xa9", longest + "a"}) {
+        EXPECT_TRUE(matches(dump(nonce.c_str(), -1), R"(\[E:pta20_att_dump)" + refused)) << nonce;
+    }
+    EXPECT_EQ(karst_emu_calls(KARST_EMU_INIT), 0u) << "no session for a refused nonce";
+    // The layers below refuse the same, and a block larger than the result; a block pointer with
+    // length 0 is no block, and the command is always 12.
+    Bytes big(66561, 0);
+    expect_calls({{[] { return pta_invoke_att_dump(12, "a b", nullptr, 0); }, -1,
+                   R"(\[E:pta_invoke_att_dump)" + refused},
+                  {[] { return _pta_invoke_att_dump(12, "a;b", 0, 0, 0, 0); }, -1,
+                   R"(\[E:_pta_invoke_att_dump)" + refused},
+                  {[&] { return _pta_invoke_att_dump(12, "abc", big.data(), 66561, 0, 0); }, -1,
+                   R"(\[E:_pta_invoke_att_dump:\d+\] Incorrect datablk size 10401\n)"}},
+                 true);
     EXPECT_EQ(karst_emu_journal_count(), 0u);
-
-    // A block pointer with length 0 is no block; the command ID is always 12.
-    out = capture_stdout(
-        [&] { EXPECT_EQ(_pta_invoke_att_dump(99, "abc", big.data(), 0, nullptr, 0), 0); });
-    ASSERT_EQ(karst_emu_journal_count(), 1u);
-    EXPECT_EQ(journal()[0].command, 12u);
-    EXPECT_EQ(journal()[0].param_types, 0x0CCCu);
-
-    // Dispatcher number 12: nonce in word 4, path buffer in word 5, its size in word 3.
-    char where[300] = {};
-    uintptr_t block[PTA20_ARGS_WORDS];
-    pta20_args(block, 0, 0, 0, reinterpret_cast<uintptr_t>("viaword4"), sizeof where,
-               reinterpret_cast<uintptr_t>(where));
-    capture_stdout([&] { EXPECT_EQ(pta_invoke_cmd(PTA_DALU_CMD_ATT_DUMP, block), 0); });
-    EXPECT_NE(std::string(where).find("_viaword4.bin"), std::string::npos);
-    pta_close_session();
-
-    out = capture_stdout([&] { EXPECT_EQ(pta20_att_dump(nullptr, where, sizeof where), -1); });
-    EXPECT_EQ(out, "");
+    EXPECT_FALSE(exists(log)) << "the REE data tool ran";
+    EXPECT_EQ(changes(before, snapshot(root(), skip)), "");
+    printed(
+        0, [&] { return _pta_invoke_att_dump(99, "abc", big.data(), 0, 0, 0); }, true);
+    EXPECT_EQ(shape(), "12 0ccc 66560o 128o 3i -");
+    karst_emu_answer(PTA_DALU_CMD_ATT_DUMP, 1, "d", 2);
+    dump(longest.c_str(), 0);
+    EXPECT_EQ(read_file(log), "2|1|" + longest + "\n1|2|\n");
 }
 
-// Each registration and the invoke fail in turn: one message, everything released, the tool's
-// clean-up still run, and no result file.
-TEST_F(AttDumpTest, EveryClientFailureIsReportedOnceAndReleasesEverything) {
-    const std::string log = path("/tmp/tool.log");
-    install_recording_tool(root(), log, "printf 'x' > " + path("/tmp/ReeData.tgz"));
-    for (size_t nth = 1; nth <= 5; ++nth) {
-        const karst_emu_op op = nth <= 4 ? KARST_EMU_REGISTER : KARST_EMU_INVOKE;
-        karst_emu_fail_nth(op, nth <= 4 ? nth : 1, TEEC_ERROR_OUT_OF_MEMORY);
-        const std::string out =
-            capture_stdout([&] { EXPECT_EQ(pta20_att_dump("abc", nullptr, 0), -1) << nth; });
-        const std::string what = nth <= 4 ? "TEEC_RegisterSharedMemory failed with code 0xffff000c"
-                                          : "TEEC_InvokeCommand failed with code 0xffff000c "
-                                            "origin 0x4";
-        EXPECT_TRUE(matches(out, R"((.*\n)*\[E:_pta_invoke_att_dump:\d+\] )" + what + "\n")) << out;
-        karst_emu_stats stats{};
-        karst_emu_get_stats(&stats);
-        EXPECT_EQ(stats.registered + stats.sessions + stats.contexts, 0u);
-        EXPECT_TRUE(find_named(path("/tmp"), "attd_").empty());
+// Evidence that cannot be used is reported and left out, and the scan goes on: an empty file, a
+// link, a record one byte too large for the buffer (one byte less fills it). Ten records of each
+// kind at most, chains first (fifteen of each, records of 107 and 57 bytes).
+TEST_F(AttDumpTest, EvidenceThatCannotBeUsedIsLeftOutAndTenOfEachKindAreTakenAtMost) {
+    Bytes buffer;
+    uint32_t used = 0;
+    const auto collect = [&] {
+        buffer.assign(65536, 0);
+        used = 0;
+        return capture_stdout([&] {
+            karst::att::spdm_collect_cert_chains(buffer.data(), 65536, &used);
+            karst::att::spdm_collect_measurements(buffer.data(), 65536, &used);
+        });
+    };
+    put(CHAINS + "x.der", {});
+    put(CHAINS + "fit.der", pattern(65536 - 9 + 1)); // a record of 9 bytes and its value
+    put(CHAINS + "c.der", pattern(100));
+    std::filesystem::create_symlink(path("/nowhere"), path(CHAINS + "broken.der"));
+    EXPECT_TRUE(matches(
+        collect(),
+        R"((\[E:spdm_collect_cert_chains:\d+\] (Invalid certificate file size: .*/x\.der|Refused )"
+        R"(.*/broken\.der: a symbolic link|Failed to append certificate KLV: fit)\n){3})"
+        R"(\[I:spdm_collect_measurements:\d+\] SPDM measurements directory not found: .*\n)"));
+    EXPECT_TRUE(buffer == join({{0x16, 1, 'c', 0x02, 0x01, 100}, pattern(100), Bytes(65430)}));
+    std::filesystem::remove(path(CHAINS + "c.der"));
+    put(CHAINS + "fit.der", pattern(65536 - 9));
+    collect();
+    EXPECT_EQ(hex(buffer.data(), 9) + " " + std::to_string(used),
+              "16 03 66 69 74 02 02 ff f7 65536");
+    std::filesystem::remove(path(CHAINS + "fit.der"));
+    for (char i = 'a'; i < 'p'; ++i) {
+        put(CHAINS + "c" + i + ".der", pattern(100, i));
+        put(MEASUREMENTS + "gpu" + char('0' + i % 3) + "/m" + i + ".bin", pattern(50, i));
     }
-    std::string runs;
-    for (int i = 0; i < 5; ++i) {
-        runs += "2|1|abc\n1|2|\n";
-    }
-    EXPECT_EQ(read_file(log), runs);
+    collect();
+    EXPECT_EQ(std::to_string(used) + char(buffer[2]) + char(buffer[10 * 107 + 2]), "1640cm");
 }
 
 } // namespace
