@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation costs: walking a certificate chain as the secure world returns it (the device's
 // four certificates, and 64 KiB of tiny items that the walk must cross to the end), and packing
 // the SPDM evidence buffer (ten records of 6,000 bytes).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data block costs: crc32i against zlib's crc32 and a byte-at-a-time table loop, building a
 // 65,536-byte block of 1,000 keys, and replacing a value in a full block (against one CRC pass
 // over that block).

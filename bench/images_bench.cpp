@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // pta20_img_upload of a 64 MiB staging file through the emulator, against the baseline of
 // mapping the same file and reading every byte once; and the heap the upload takes.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory file: write_config changing the first entry of a 1,000-entry file (the whole
 // file is rewritten) against one read of that file line by line, and read_config of the last
 // entry.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The linker version script of libkarst.so: one version node, KARST_1.0, holding every name that
 # include/karst.h declares with KARST_API (functions and data); every other name is local. It is
 # made from karst.h when the build is configured (karst.h is a configure dependency), so a new

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # GoogleTest: Debian's prebuilt GTest on the host; built from Debian's /usr/src/googletest
 # (package googletest) for a cross-compiled target. Afterwards GTest::gtest_main exists.
 if(CMAKE_CROSSCOMPILING)

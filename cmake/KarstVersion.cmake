@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The project's version, read from include/karst.h before project(): KARST_VERSION_MAJOR,
 # _MINOR and _PATCH give KARST_HEADER_VERSION, and the KARST_VERSION string must spell the same
 # three numbers. karst.h is then the one place a version is written.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What an installed karst offers the programs built against it, both under <libdir>: karst.pc
 # for pkg-config, and the CMake package karst (cmake/karstConfig.cmake.in). Included after the
 # library's and the emulator's targets exist.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Chooses the TEE client library and defines the interface target karst_teec
 # that the library links against.
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds arbitrary blocks to the data block operations (get, get_info, set, update_crc, check)
 // and checks, besides memory safety, the rules that hold on any block:
 // - a set that fails leaves every byte of the block as it was;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds arbitrary secure-world answers to the certificate retrieval: the emulator answers
 // command 34 with the fuzz input, and pta_invoke_dalu_get_certificate walks it. Besides memory
 // safety, the rules that hold for any answer:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the inventory file routines on arbitrary file contents, keys and values.
 //
 // Input: byte 0 the key length, byte 1 the value length, bytes 2-3 the value size given to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The progress line parser on arbitrary text: as the library reads it, the first line of the
 // file, at most 127 characters, terminated.
 #include "images/progress_line.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The signature table parser on an arbitrary 408-byte table (shorter inputs are padded with
 // zeros): it must never read past the table nor write past the caller's 16 records.
 #include "karst.h"

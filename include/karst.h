@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * karst: the board's secure-world services for the management controller's programs.
  *

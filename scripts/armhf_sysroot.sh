@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # armhf_sysroot.sh DEST [PKG...]
 #
 # Populate DEST with Debian's armhf builds of the target libraries karst links

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The benchmarks: a Release build in build/bench, then every benchmark program in turn.
 set -euo pipefail
 cd "$(dirname "$0")/.."

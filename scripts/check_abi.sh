@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The library's ABI against its baseline, abi/libkarst.so.1.abi (abidw's description of the
 # exported functions and data of libkarst.so.1, their versions, and every type they reach):
 #   scripts/check_abi.sh BUILD_DIR            fails on any difference, and prints it

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs a host build into a scratch prefix (not the one it was configured with) and builds
 # programs against it the way their authors would, with nothing but the install's own files:
 # a C program through pkg-config, the same linked statically through `pkg-config --static`, and

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Line coverage of the library (src/libkarst) by the whole test suite: a gcov build in
 # build/coverage, ctest, then gcovr. Prints the lines covered per module and in total; the
 # per-file report is in build/coverage/html/index.html.

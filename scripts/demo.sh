@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The demo: a tour of karstctl against the secure-world emulator, in a fresh run root.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages the project needs, when they are missing.
 #   scripts/deps.sh [PACKAGE...]   the base set plus any packages named
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs every libFuzzer target in fuzz/ for a while, each from its seed corpus, in a clang build
 # with AddressSanitizer and UndefinedBehaviorSanitizer (build/fuzz).
 #   scripts/fuzz.sh [SECONDS]   seconds per target (default 300)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # How many plausible faults the test suite finds. Each mutant of scripts/mutants.txt (a file, an
 # exact text that stands once in it, its replacement) is applied in turn to the working tree,
 # the host build is rebuilt incrementally and the suite run; then the file is restored. A

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs the shell examples of README.md as a reader pastes them after the quick start:
 #   scripts/readme_examples.sh
 # Which blocks run: every fenced block whose info string begins with "sh", after the "Quick

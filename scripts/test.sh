@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The whole test suite: a normal build with clang-tidy over its sources, its install (pkg-config
 # and CMake consumers), its exported interface against abi/ and the README's examples; an
 # AddressSanitizer + UndefinedBehaviorSanitizer build with leaks counted as failures; the
@@ -26,6 +27,14 @@ run_suite() {
     cmake --build "build/$name" -j "$jobs"
     ctest --test-dir "build/$name" -j "$jobs" --output-on-failure --timeout 300 "${select[@]}"
 }
+
+echo "==== licence: an SPDX line in every source file"
+unlicensed=$(git ls-files -- '*.c' '*.cpp' '*.h' '*.hpp' '*.sh' '*CMakeLists.txt' '*.cmake' |
+    xargs grep -L 'SPDX-License-Identifier: Apache-2.0' || true)
+if [ -n "$unlicensed" ]; then
+    echo "without an SPDX line: $unlicensed" >&2
+    exit 1
+fi
 
 run_suite host -DCMAKE_BUILD_TYPE=Debug
 echo "==== install, ABI, README examples"

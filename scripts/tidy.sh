@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # clang-tidy (.clang-tidy at the top) over the sources of the library, the emulator and the
 # tools, with the compile commands of a configured build:
 #   scripts/tidy.sh [BUILD_DIR] [FILE...]   (default: build/host, every source)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The asynchronous update: the thread's states, the polls of the progress the emulator writes
 // while it programs, and the progress files and their lines. Tests named "Thread" also run under
 // ThreadSanitizer.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What callers have the secure world do with certificates and the device key: certificate
 // replacement (commands 11 and 27, with RA_TID from the ra_uid file and the archive of the answer
 // in /nv1, which karstctl_certs_test refreshes), signing requests (13), attestation sign and

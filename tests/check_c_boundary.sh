@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Every function that the shared library exports has a definition in the library's sources that
 # ends with the C boundary's handler ("} catch (...) {" closing its function-try-block).
 #   tests/check_c_boundary.sh LIBKARST_SO SOURCE_DIR

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data blocks: the bytes of known blocks, the CRC, blocks from other software whose lengths
 // cannot be trusted, and each operation's refusals and results. Elsewhere: the length fields of
 // values of 1 to 65536 bytes (attestation's pairs are encoded as a block's), a set on a block

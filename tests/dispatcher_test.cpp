@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The argument block and the dispatcher: which routine a number reaches, with which words, and
 // what reaches the secure world.
 #include "support/test_env.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The emulator as a TEE client library: parameter rules, shared (not copied) memory, size
 // write-back, return origins and the application's identity.
 #include "support/test_env.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every acquisition of every exported call, failed in turn: the file helpers, the key=value files,
 // the U-Boot environment, the CPLD registers, the inventory, the secure registers, the dispatcher,
 // the images, the attestation, the certificates and signing, and the OTP.

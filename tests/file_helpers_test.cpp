@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole-file reads, buffer writes and the bounded string copy.
 #include "core/fault_injection.hpp"
 #include "support/test_env.hpp"

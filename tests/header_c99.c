@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The exported header as a C99 program sees it.
 #include <karst.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hostile neighbours: whatever a local user plants at the board's fixed paths (a link to a file
 // elsewhere, a FIFO, something of the wrong kind or mode), no call writes, removes, changes or
 // leaks a file it did not mean, none stalls, and the next normal call works again.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The image calls, exported and behind dispatcher numbers 0 to 3, 10 and 31 to 33: checks before
 // the session, what reaches the secure world and what comes back, busy retries and their log
 // lines, the dumps before an update, and the active BMC image on the eMMC.

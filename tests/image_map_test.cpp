@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mapping of an image's bytes: the slot's file or eMMC region within the slot's limits, the
 // caller's buffer or file, and the extended copy of exactly 32 MiB.
 #include "images/image_map.hpp"

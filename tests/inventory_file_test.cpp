@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory file routines (write_config, read_config) on files written by hand: what a write
 // rewrites and what it leaves alone, what a read counts as an entry, cuts of long keys and
 // values, and the record locks that readers and writers wait for.

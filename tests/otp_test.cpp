@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // OTP keys, the OTP user area and the board serial number (commands 20, 21, 23) through the otp
 // tool's sub-commands and the calls below them: what reaches the secure world, what is printed
 // (the tool's status is 0 whatever happened), the key file and the key it must not leave behind.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // No C++ exception leaves the C interface: with the global operator new replaced (in this test
 // program only) by one that throws std::bad_alloc on the Nth allocation, exported calls that
 // build strings inside fail allocation 1, 2, 3, ... in turn. Each run must return the call's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The board's stores and registers in the secure world from end to end: the U-Boot environment,
 // the inventory (its file as cache and fallback, the BIOS "Rev" correction, the firmware
 // inventory import), the CPLD registers, the BIOS address mode, the FPGA-ready command and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening and closing the process's TEE session: the busy rule, the retry loop against a busy
 // application, failures of the client library, threads and other processes.
 #include "core/tee_session.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shell words: whatever a quoted word holds reaches the command as one literal argument, and
 // nothing in it runs.
 #include "core/shell.hpp"

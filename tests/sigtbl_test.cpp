@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The signature table parser on tables built here, word by word: what it prints and hands back.
 #include "support/test_env.hpp"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # CMake toolchain file: Debian's arm-linux-gnueabihf cross compiler (32-bit
 # ARM, hard float), target programs run through qemu-arm.
 #

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * GlobalPlatform TEE Client API, as implemented by the karst secure-world emulator.
  *

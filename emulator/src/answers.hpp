@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Answers set by tests in place of the application's model of a command: every invoke of the
 // command gets the given bytes in one output parameter, so that tests and fuzzers can feed the
 // library any answer the secure world could give.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The emulator's process-wide bookkeeping: scripted answers, call counters, the invoke journal
 // and the records of what callers hold (contexts, sessions, registered memory).
 #pragma once

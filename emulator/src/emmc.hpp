@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The controller's eMMC as the emulator keeps it: two sparse files under the run root,
 // "/dev/mmcblk0" (the whole device, holding the active BMC image in two regions) and
 // "/dev/mmcblk0p2" (the partition with the golden BMC, BIOS and CPLD images). They are separate

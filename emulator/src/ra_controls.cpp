@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Test control: RA data as the application issues it, for tests of the RA refresh that do not
 // go through a certificate replacement first.
 #include "karst_emu.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "reedata_tool_install.hpp"
 
 #include "reedata_tool_script.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stand-in for the board's REE data tool, written into a run root by the set-up helper.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the emulator keeps the application's state: under the same run root as the library.
 #pragma once
 

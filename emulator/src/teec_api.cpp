@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The GlobalPlatform TEE Client API in front of the application model.
 //
 // Contexts hold a real descriptor (the state directory), so descriptor leaks show. Sessions

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Stand-in for the board's REE data tool, installed by the emulator's set-up as
 # <run root>/usr/bin/reedata_tool.sh.
 #

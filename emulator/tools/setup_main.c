@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * karst-emu-setup ROOT: makes a run root for programs developed against the emulator: the
  * board's directories (nv1, tmp, dev, ...), the eMMC files and the emulator's state directory.

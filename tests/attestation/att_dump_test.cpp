@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The attestation dump from end to end: the data block as the secure world receives it, key by
 // key, with the SPDM evidence files taken by their name rules; the result file named by digest
 // info and nonce; the path handed back; the REE data tool's two runs; the dump without an archive

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Common ground of the attestation and certificate tests: files and archives made in the test,
 // calls checked by result and output, what an invoke carried, a view of a folder's files to prove
 // what changed, and a recording stand-in for the REE data tool.

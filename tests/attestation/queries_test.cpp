@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the secure world is asked for: certificates (the DER walk over chains made in the test,
 // malformed ones included), data blocks (what reaches the secure world, the file left, the
 // refusals) and the provisioning query's yes, no and failure.

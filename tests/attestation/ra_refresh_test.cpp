@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Remote attestation refresh: archives made with real tar, the split of the RA data file into
 // data and signature as the secure world receives them, acceptance and rejection, the refusals;
 // and archive paths that reach tar as one literal word whatever they hold (no other command runs,

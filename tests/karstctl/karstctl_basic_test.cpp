@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // karstctl run as a process: its arguments, exit statuses and outputs in one table, help and
 // completion, and the update's progress.
 #include "karstctl/run_tool.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // karstctl run as a process: certificates, signatures, validation, the signature table and OTP.
 #include "karstctl/run_tool.hpp"
 #include "support/test_env.hpp"

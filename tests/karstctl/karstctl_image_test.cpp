@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // karstctl run as a process: firmware images (with the asynchronous update's progress on a
 // pseudo-terminal and without one, and Ctrl-C) and the board's devices.
 #include "karstctl/run_tool.hpp"

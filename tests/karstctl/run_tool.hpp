@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs karstctl as a process (through the cross-compiling emulator when the tests run under
 // one), with its standard output and error kept in files of the test's run root, and the
 // emulator's journal telling whether it reached the secure world.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data blocks for the tests: exact-size buffers (so that a sanitizer build catches any read past
 // them), hex forms for comparisons, and message matching.
 #pragma once

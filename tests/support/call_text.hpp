@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls as text, so that one comparison covers a call's result and everything it printed, and
 // what reached the secure world as text: for the tests of the data blocks, the board's stores
 // and registers, and OTP.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/fault_sweep.hpp"
 
 #include "core/fault_injection.hpp"

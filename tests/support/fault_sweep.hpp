@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The failure sweep: fail acquisition 1, 2, 3, ... of a call in turn until the call completes
 // without reaching the injection, and check each failing run.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/image_files.hpp"
 
 #include "support/test_env.hpp"

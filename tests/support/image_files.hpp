@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image files for the image tests: made in the test's run root, with a recognisable pattern.
 #pragma once
 

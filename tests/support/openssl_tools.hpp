@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates, keys and checks made with the openssl program, for tests that need real DER
 // material or an independent check of what the system produced.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs one of the project's programs as a process of its own, through the cross-compiling
 // emulator when the build has one (a 32-bit ARM program cannot be started directly on the host).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a routine that needs the open session inside a session of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Common ground of the tests: a fresh run root per test, the emulator reset, captured standard
 // output, and the check that a test left nothing behind (no context, session, registered
 // memory or file descriptor).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // attest dump|blk-get|prov-query|ra-refresh: attestation.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cpld read|write, sigtbl, bios-4byte on|off, fpga-ready: the board's devices.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cert get: the device's certificates.
 #include "cert_summary.hpp"
 #include "common.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cert replace|replace-ra|csr|auth: certificates sent to the secure world.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What cert get --json tells of a certificate besides its size: its subject, read from the DER.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every command family of karstctl shares: how a command ends, how the library's messages
 // are kept apart from karstctl's results, how outputs reach the files the user names, and the
 // board paths the library leaves its results in.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // env get|set: the U-Boot environment.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command families of karstctl: each adds its sub-commands, their options and actions.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // image auth|upload|update|dump|delete|progress: firmware images, by type and slot.
 #include "common.hpp"
 #include "families.hpp"

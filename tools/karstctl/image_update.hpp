@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // image update of the types whose update keeps a progress file: the update runs in a process
 // of its own session (pta20_img_update_async there), so that Ctrl-C at the terminal stops only
 // the watching, never the programming of a device.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // inventory get|set|import: values the secure world keeps, cached in the inventory file.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON that --json prints: one object per result, built member by member.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # bash completion for karstctl: commands, sub-commands, image types and slots, certificate
 # names, files and options. Installed as share/bash-completion/completions/karstctl; it needs
 # nothing from the bash-completion package.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // karstctl: the board's secure-world services from the command line, one sub-command per call
 // of the library.
 #include "common.hpp"

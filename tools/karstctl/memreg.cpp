@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // memreg: secure registers.
 #include "common.hpp"
 #include "families.hpp"

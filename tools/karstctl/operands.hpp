@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operands of karstctl's commands, checked whole while the command line is parsed (before
 // anything reaches the secure world): numbers in decimal or 0x hexadecimal within their range,
 // and names that stand for numbers (image types, slots, certificates).

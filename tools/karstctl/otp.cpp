@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // otp getkey|prog-usr|getsn: OTP keys, the OTP user area and the board serial number.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How karstctl shows an update's progress: a bar redrawn in place on a terminal, plain
 // percentage lines otherwise.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sign, verify, validate: signatures with the device key and the security validation.
 #include "common.hpp"
 #include "families.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operands of the secure world's stores of named values (the U-Boot environment and the
 // inventory): names that fit the library's name buffer, values that a get can give back.
 #pragma once

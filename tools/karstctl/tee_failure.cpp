@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tee_failure.hpp"
 
 #include <tee_client_api.h>

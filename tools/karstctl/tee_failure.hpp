@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The TEE client calls that failed under karstctl's library calls, and their codes and origins
 // by name. karstctl is linked so that the library's calls of the TEE client library pass
 // through tee_failure.cpp (the linker's --wrap, see CMakeLists.txt): each failure is recorded

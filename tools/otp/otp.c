@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * otp: OTP keys, the OTP user area and the board serial number. The sub-commands live in the
  * library; this program hands them its arguments, less its own name.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The model of the board's pseudo trusted application: its commands and its stored state.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation dump (12). The application binds the nonce and the attestation data block it was
 // sent with the device key:
 //

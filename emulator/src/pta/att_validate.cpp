@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation security validation (24): the value (parameter 0, a) is a mask of the checks the
 // caller asks for.
 //   0x1  device identity: the device key is usable

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation sign (14) and verify (15) with the device key: ECDSA P-256 over SHA-256, the
 // signature DER-encoded. The signing option (parameter 0) is not interpreted.
 #include "application.hpp"

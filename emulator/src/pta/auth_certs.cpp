@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate authentication (30): parameter 0 is the DER certificate to authenticate,
 // parameter 1 one or more DER certificates back to back that may have issued it. Accepted when
 // one of them names the certificate's issuer and its key verifies the certificate's signature:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data block retrieval (16). Type 0 to 3 in value a, a number in value b, a name (1 to 255
 // bytes) in parameter 1. The block answered is the text "KARST-BLOCK v1\n", "type=<a>\n",
 // "value=<b>\n", "name=<name>\n"; a name beginning with "missing" answers

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Block verify (17): parameter 0 is accepted when it is a well-formed data block of one of the
 // three kinds (certificate, attestation, firmware): header within what was sent, CRC right,
 // every record inside the data area. Anything else is answered BAD_FORMAT.

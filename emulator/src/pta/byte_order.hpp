@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers that callers send in a fixed byte order, whatever the host's: the data block header
 // (CRC and magic id little-endian, data area length big-endian), the record and DER lengths
 // (big-endian in as many bytes as they say), the secure register address (little-endian).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cert_store.hpp"
 
 #include "kv_store.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates the application was sent by certificate replacement, kept by URI in the state
 // directory (file "certificates"), for certificate retrieval to hand back.
 #pragma once

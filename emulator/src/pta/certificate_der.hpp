@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DER X.509 certificates as the application receives them: one certificate, or several back to
 // back, with no other bytes before, between or after them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPLD registers (read 6, write 7) and the FPGA-ready notice (25). Registers are bytes kept in
 // the state directory; a register never written reads 0, except register 0x00, the CPLD's
 // version (0x12).

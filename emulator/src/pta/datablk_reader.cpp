@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "datablk_reader.hpp"
 
 #include "byte_order.hpp"

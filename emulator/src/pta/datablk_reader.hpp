@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The application's reader of data blocks as the library sends them: a 16-byte header (CRC-32
 // and magic id little-endian, four format bytes, data area length big-endian), then key/value
 // records. Read only, and strict: a block is taken only when its header fits what was sent,

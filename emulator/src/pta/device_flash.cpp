@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Devices and stored copies of the image model (image_model.hpp).
 #include "image_model.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device's identity as the secure world holds it: a key pair that never leaves it, and the
 // certificate chain issued for it at manufacture. Both are made on first use and kept in the
 // emulator's state directory, so every process sees the same device.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate signing request (13): parameter 2 holds the request's subject as text,
 // "NAME=value" attributes separated by "," (for example "CN=bmc-01,O=Example,C=US"), optionally
 // ended by a zero byte or a line end. The answer in parameter 1 is a DER PKCS#10 request for the

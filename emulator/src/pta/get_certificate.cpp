@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate retrieval (34). Slot 4: the factory certificate chain, DER certificates back to
 // back, root first. Slot 5: one whole object, the certificate most recently stored by a
 // certificate replacement, or else the device certificate in PEM.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The application's model of the board's firmware devices and their stored image copies.
 //
 // Every image type with a table on the controller is a device with a flash of the type's image

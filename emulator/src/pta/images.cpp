@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image commands: authenticate (0), upload (1), update (2), dump (3), delete (10) and
 // authenticate with a key data block (31).
 #include "application.hpp"

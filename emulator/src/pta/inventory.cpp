@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inventory: get (8) and set (9). Values are kept as the bytes that were set (a terminating
 // zero included when the caller sent one), in the state file "inventory".
 //

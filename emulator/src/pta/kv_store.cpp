@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "kv_store.hpp"
 
 #include "../state_dir.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small persistent map of names to byte strings, one file in the emulator's state directory.
 // Written whole to a temporary file and renamed over the old one, so that a reader in another
 // process sees either the old or the new contents.

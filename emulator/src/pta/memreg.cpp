@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Secure register read (18): value input a = count, input memory with the start address in its
 // first four bytes (little-endian), output memory receiving one 32-bit word per register.
 //

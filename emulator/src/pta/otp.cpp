@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // OTP key read (20), OTP user area programming (21) and board serial number (23) over the
 // board's OTP store (otp_store.hpp).
 //   20: parameter 0 a = key number; the key's 32 bytes go to parameter 1. A number without a key

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Test control: the OTP user area as programmed so far.
 #include "karst_emu.h"
 #include "otp_store.hpp"

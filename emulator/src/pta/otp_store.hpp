@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The board's one-time-programmable memory and serial number as the application keeps them in
 // the state directory (file "otp"):
 //   - 32 OTP keys, numbers 0x00 to 0x1F, 32 bytes each, made at random when the state is new

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The application's view of one invoke: up to four parameters, each a value or a window on the
 // caller's own memory (shared, never copied).
 #pragma once

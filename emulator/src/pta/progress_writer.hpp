@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The component that reports an update's progress: while a device is programmed, a thread of
 // its own rewrites "/tmp/fw-update-<name>.out" (under the run root) with the line
 // "written: N, total: M, P%" every tenth of a second, and once more at the end.

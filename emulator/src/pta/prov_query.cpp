@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Provisioning query (22). Byte 0 of the status buffer answers 0 for yes, 1 for no:
 //   query 0  the device key is provisioned                     yes
 //   query 1  the factory certificate chain is provisioned      yes

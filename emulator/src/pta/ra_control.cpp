@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Test control: the check an RA refresh makes of RA data, for data a test holds.
 #include "karst_emu.h"
 #include "ra_data.hpp"

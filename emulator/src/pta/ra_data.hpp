@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Remote attestation (RA) data as the secure world issues and later accepts it.
 //
 // Issued by the RA certificate replacement: 66,560 bytes, the first 65,536 the RA data and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Remote attestation refresh (26): RA data and its 1,024-byte signature region, as two input
 // buffers. Accepted (TEEC_SUCCESS) when they are RA data that the application issued, with the
 // device key's signature over them; otherwise RA_REJECTED (0xFFFF3074). See ra_data.hpp.

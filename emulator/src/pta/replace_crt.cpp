@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate replacement: certificate (11) and remote attestation certificate (27).
 //
 // Parameter 0 is the certificate's URI (text). Parameter 1 is either one DER certificate, or a

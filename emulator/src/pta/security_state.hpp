@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the application remembers of the device's security provisioning, for validation: kept
 // in the state directory (file "security").
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // U-Boot environment: get (4) and set (5). Names are texts without "="; values are texts. A get
 // answers the value with its terminating zero; an empty value clears the variable.
 #include "application.hpp"

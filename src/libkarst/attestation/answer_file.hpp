@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An answer of the secure world kept whole in a fresh board file ("w+"), for a routine that hands
 // the file on: the dump's result, the retrieved data block. The write is checked through the
 // close, so a file that lacks any of its bytes is never handed on.

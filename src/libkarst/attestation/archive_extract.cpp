@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "archive_extract.hpp"
 
 #include "attestation/archive_members.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Extraction of an RA archive into "/tmp/attestation", as root: the archive's members are
 // checked first (archive_members.hpp); tar then runs only when the change of directory worked,
 // without restoring the archive's owners ("-o", which GNU and BusyBox tar both take).

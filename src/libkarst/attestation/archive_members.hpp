@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a gzip-compressed tar archive holds, checked before the archive is extracted as root:
 // only regular files and directories, with relative names that stay inside the directory
 // ("..", absolute names and links are refused) and without set-user-ID, set-group-ID or sticky

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The attestation dump: the evidence of the controller for one nonce, gathered into an
 // attestation data block (the REE data archive, the SPDM evidence records and the SPDM root
 // CAs), kept as sent in "/tmp/spdm_attestation_dump.bin" and handed to the secure world with

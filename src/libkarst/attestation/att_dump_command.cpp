@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The attestation dump's command (ID 12): the nonce and the attestation data block go to the
 // secure world, which answers a 66,560-byte result and a digest-info text; the result is written
 // to "/tmp/attestation/attd_<digest info>_<nonce>.bin", the only file left in that directory.

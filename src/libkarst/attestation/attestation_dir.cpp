@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "attestation_dir.hpp"
 
 #include "core/board_paths.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "/tmp/attestation": the result directory of the attestation dump, the extraction directory of
 // the RA refresh and the home of the RA answer. Shared by those commands, opened only here.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data block retrieval (command 16): the secure world's block of a type, a number and a name,
 // written whole to "/tmp/datablk.bin". The library does not look into the block.
 #include "karst.h"

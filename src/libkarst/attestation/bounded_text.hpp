@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts formed into fixed-size fields: a text longer than its field is cut to the field's size
 // less one, as a bounded snprintf would cut it. The rule applies to the board form of a path;
 // the run root's prefix comes on top.

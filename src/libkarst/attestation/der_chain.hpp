@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Walking a chain of DER certificates laid back to back, as the secure world returns them, to
 // find the certificate at one position. Every length is checked against the data before it is
 // used; sizes are reckoned in 64 bits, so no length can wrap around.

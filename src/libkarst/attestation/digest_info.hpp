@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The digest-info text that the secure world returns with a dump result. It becomes part of the
 // result file's name, so it is taken only when it is a terminated text of characters that
 // belong in a file name and mean nothing to a shell: letters, digits and ". - _ + = : , @",

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening an evidence directory, and the file name rules of the evidence directories.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "evidence_file.hpp"
 
 #include "attestation/bounded_text.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Evidence files as the attestation dump takes them. A file is opened through the board file
 // checks (never through a link, never anything but a regular file of root's or this user's),
 // measured from the open file and read in one call; whether it can be used is decided here once,

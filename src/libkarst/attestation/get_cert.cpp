@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate retrieval (command 34). Slot 4 of the secure world holds the device's certificate
 // chain, DER certificates back to back, root first; the caller's index picks one of them, cut
 // out by walking the encoding. Slot 5 holds one object that is passed through whole.

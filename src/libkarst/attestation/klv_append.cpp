@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "attestation/spdm_evidence.hpp"
 
 #include "datablk/klv.hpp"

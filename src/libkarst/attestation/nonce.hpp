@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a nonce may hold. The nonce reaches a shell command line (the REE data tool's) and a file
 // name (the dump's result file), so it is held to what a nonce is: 1 to 64 letters, digits, '-'
 // and '_'. Nothing else can reach the shell or leave the result directory.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Provisioning query (command 22): one yes-or-no question, answered in byte 0 of a status buffer
 // (0 for yes).
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Remote attestation refresh (command 26): the signed RA data kept in an archive is unpacked
 // into "/tmp/attestation" and handed back to the secure world, data and trailing 1,024-byte
 // signature as two input buffers.

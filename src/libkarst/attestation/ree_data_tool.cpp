@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ree_data_tool.hpp"
 
 #include "core/board_files.hpp"

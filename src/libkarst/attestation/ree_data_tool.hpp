@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The outside tool "/usr/bin/reedata_tool.sh" that makes the REE (normal-world) data archive
 // "/tmp/ReeData.tgz" for a nonce (mode 1) and cleans up after the dump (mode 2). Its exit
 // status is not examined: the dump judges mode 1 by the archive it leaves.

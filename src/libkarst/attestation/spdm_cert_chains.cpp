@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The certificate chains of the attested devices: one record per "<name>.der" file, keyed by
 // name, in the order the directory lists them.
 #include "attestation/evidence_file.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SPDM evidence for the attestation dump: what the controller's SPDM software saved in its
 // boot-time run about the devices it attested. Certificate chains and measurements become KLV
 // records packed back to back into one buffer; the root CA certificates become keys of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The measurement records of the attested devices: one record per "<name>.bin" file in each
 // subdirectory, keyed by name alone, ten in all across the subdirectories.
 #include "attestation/bounded_text.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The SPDM root CA certificates that the controller trusts, stored as keys of the attestation
 // data block named by their trusted-certificate resource paths.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation sign (command 14): the secure world signs a file's bytes; the signature is
 // written beside the file as "<file>.sig".
 #include "karst.h"

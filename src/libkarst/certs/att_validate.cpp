@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation security validation (command 24): one number to the secure world, and the
 // mapping of its two named refusals for callers.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attestation verify (command 15): the secure world checks a signature file against a data
 // file, both named in one argument string "data:sig".
 #include "karst.h"

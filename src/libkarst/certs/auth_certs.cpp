@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate authentication (command 30): two buffers of certificate material carried to the
 // secure world, from memory or from two files. Outcomes: 0 accepted, 1 refused by the secure
 // world, -1 local failure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Block verify (command 17): the secure world checks a block file sent whole.
 #include "karst.h"
 

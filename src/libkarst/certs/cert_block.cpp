@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // File mode of certificate replacement: the certificate file packed in a certificate data
 // block under its URI, and for the remote attestation certificate the "RA_TID" taken from the
 // ra_uid file.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate signing request (command 13): the secure world signs a request with a key that
 // never leaves it; the library sends the request's input bytes and writes the CSR it gets back.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The secure world's answer written to a file a caller names (a CSR, a signature): created or
 // truncated, every byte checked through the close.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The remote attestation answer of command 27, kept for the refresh: written as RA_DATA_NAME in
 // the attestation directory, packed into RA_ARCHIVE_NAME beside it and copied to NV_DIR
 // (core/board_paths.hpp).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exported entries of certificate replacement: the two command routines of the dispatcher,
 // the import bodies and the calls that open a session around them.
 #include "replace_crt.hpp"

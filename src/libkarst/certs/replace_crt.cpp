@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The body of both certificate replacement routines: the URI key, the payload (a certificate
 // data block built from a file, or the caller's bytes), the invoke and, for the remote
 // attestation certificate, the archive of the answer.

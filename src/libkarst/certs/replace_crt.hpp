@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate replacement (commands 11 and 27): the body both command routines share and the
 // pieces it is made of.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one place that decides whether a file or directory at one of the system's own fixed paths
 // (a board path such as "/tmp/datablk.bin") may be used, and opens it so that what was checked
 // is what is used. The library runs as root beside users who may plant links, FIFOs and files

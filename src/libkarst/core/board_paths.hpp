@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every fixed path of the board that the library uses, in its board form. They become real
 // paths only through karst::platform_path() (core/run_root.hpp), and are opened only through
 // core/board_files.hpp. The image slots ("/nv1/bios_staging.bin", ...) are a column of the image

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The edge of the C interface: no C++ exception leaves an exported call. Every extern "C"
 // definition of the library is a function-try-block whose handler reports and returns the call's
 // documented failure result:

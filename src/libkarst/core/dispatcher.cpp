@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command argument block and the two-level dispatcher. A number's routine receives the
 // number itself and the block's words listed in its table entry; a number without an entry
 // answers -1 without a message and without reaching the secure world.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One exchange with the secure world, the way every command routine makes it: the routine's
 // memory registered as parameters, values set, the command invoked. A failed registration or
 // invoke is reported in the routine's own name, at the line of the step that failed, with the

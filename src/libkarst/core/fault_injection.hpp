@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Failure injection for tests: makes the Nth acquisition of a kind fail, so that tests can prove
 // every path releases what it took. The hooks sit in the library's single acquisition points
 // (heap_allocate, file_open, fd_open, register_memory, invoke, and the mapping, lock and thread

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole file read with readbin, owned by the routine that read it and freed on every path.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "file_handle.hpp"
 
 #include "fault_injection.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners for open files: a stdio stream, a file descriptor and a directory listing, closed on
 // every path.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole-file read, buffer write and bounded string copy, shared by the command routines.
 #include "karst.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An owned heap buffer taken with malloc or calloc and freed on every path. Buffers handed to a
 // caller leave through release() and become the caller's to free().
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages of the library. Every message goes to standard output through these macros, so that
 // each kind of line has one format: "[E:func:line] ..." for errors, "[I:func:line] ..." for
 // information, where func is the printing routine's own name and line its source line.

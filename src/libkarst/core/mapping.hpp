@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An owned memory mapping, unmapped on every path. Mappings are private (copy on write): what is
 // written into one never reaches the mapped file.
 #pragma once

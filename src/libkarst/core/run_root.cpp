@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "run_root.hpp"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one place where the system's own fixed paths ("/nv1/...", "/tmp/...", "/dev/mmcblk0",
 // "/etc/defaults/...", "/usr/bin/reedata_tool.sh") become the paths that are really used.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The PTA session for the length of a scope: opened on construction, closed on destruction when
 // the open succeeded, so that whoever opens it closes it on every path. Every exported call that
 // talks to the secure world, and every tool of the project, opens the session through it.

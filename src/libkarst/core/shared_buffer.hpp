@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Buffers exchanged with the secure world: the library's own heap memory, registered as shared
 // memory with the open context. The destructor releases the registration and then frees the
 // buffer, so a routine that declares its buffers in order releases them last buffer first, on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one place where the library runs shell commands.
 //
 // A command line is built from fixed text and words made safe with quote(): whatever a quoted

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process's one TEE context and session, shared by every command routine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text that the secure world answers into a buffer: the interface promises the caller a
 // terminated text, whatever the secure world wrote.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's version, as karst.h gave it when the library was built.
 #include "karst.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checking a block of known buffer size, such as one received from other software, before the
 // calls that trust its header.
 #include "karst.h"

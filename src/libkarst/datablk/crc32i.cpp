@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The CRC-32 step of data blocks, computed by zlib (same polynomial, reflected, table-driven).
 //
 // crc32i starts from its seed as given and returns the complement of the register; zlib's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading a key's value into a caller's buffer.
 #include "karst.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Header fields and the block CRC. Fields are read and written byte by byte, so their byte
 // orders hold on any host and no alignment is assumed.
 #include "datablk/header.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data block header: where its fields are, their byte orders, the length rule and the CRC
 // that covers the block.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sizes and CRC of a block.
 #include "karst.h"
 

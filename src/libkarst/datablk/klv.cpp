@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The KLV pair encoding.
 #include "datablk/klv.hpp"
 

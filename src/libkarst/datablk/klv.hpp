@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The key/length/value (KLV) pair encoding: a name record (tag 0x16, one length byte, the name)
 // followed by a value record (tag 0x02, a count N, the value length V big-endian in N bytes,
 // the value). Data blocks are made of these pairs; other buffers (such as SPDM evidence) pack

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Creating a block in a caller's buffer, and the end of its use.
 #include "karst.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Key lookup: the pairs are walked for the first matching name and the CRC is checked; a wrong
 // CRC is reported before anything the walk found.
 #include "core/log.hpp"

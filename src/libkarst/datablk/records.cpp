@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounded walks over a data area's records.
 #include "datablk/records.hpp"
 

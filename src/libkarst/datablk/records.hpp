@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Walks over the records of a data area. Every walk is bounded by the area: a record whose
 // lengths point past its end stops the walk and is reported as out of bounds, never followed.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Storing a value under a key, with the CRC refreshed. Every failure leaves the block as it was.
 #include "karst.h"
 

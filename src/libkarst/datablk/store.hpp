@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finding and storing keys in a block: the bodies behind get and set.
 #pragma once
 

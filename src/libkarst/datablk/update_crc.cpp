@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Refreshing the CRC of a block changed by other means.
 #include "karst.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Storing a pair: the value of an existing key is rewritten in place (later pairs move), a new
 // key is appended behind the last pair. Nothing is written unless the new pair fits.
 #include "core/log.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exported image API: authenticate, upload, dump, delete and update a firmware image, the
 // active BMC dump from the eMMC, and the progress file of an update. Each call checks the image
 // word, opens the session, hands the argument block to the dispatcher and closes the session.

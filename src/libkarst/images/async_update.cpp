@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The asynchronous update: pta20_img_update on a detached thread, and the poll of its progress.
 //
 // The caller's context is shared by two threads without a lock: the update thread writes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The asynchronous update's thread body, visible to the library's own tests.
 #pragma once
 

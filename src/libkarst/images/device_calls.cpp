@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two small device calls around firmware work: the FPGA-ready command (25, no parameters) and
 // the BIOS flash's 3- or 4-byte address mode, switched by a CPLD register write.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Authentication of an image together with a data block of its key files (command 31, also
 // reached through dispatcher numbers 32 and 33).
 #include "karst.h"

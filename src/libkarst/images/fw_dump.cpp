@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image commands that need no image from the caller: dump the device's image into a file (3) and
 // delete a stored copy (10).
 #include "karst.h"

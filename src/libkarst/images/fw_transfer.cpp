@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image commands that send an image to the secure world: authenticate (0), upload (1) and
 // update (2). The image is mapped, not read: the mapping itself is registered as shared memory.
 #include "karst.h"

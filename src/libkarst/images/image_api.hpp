@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the image API's source files share.
 #pragma once
 

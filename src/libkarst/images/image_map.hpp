@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image bytes made addressable for the secure world: the caller's buffer as it is, or a private
 // mapping of the slot's file, its eMMC region, a caller's file or the 32 MiB extended copy.
 // Images are never read into heap memory; the mapping itself is what gets registered.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The image table: for every image type and slot, where that copy of the device's firmware lives
 // on the controller (a file under /nv1, a region of the eMMC partition, or nowhere the library
 // can reach). Constant; compiled into the library.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The key-file lists of the firmware authentication data block: per image type (0 to 21), the
 // key files that go into the block and the flags byte of each, which is sent in the block's
 // key name list.

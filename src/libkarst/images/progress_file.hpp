@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The progress files of an update, "/tmp/fw-update-<name>.out", written by the component that
 // programs the device and read by the library. Only five image types have one.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The progress line that the programming component writes during an update:
 //   written: 1048576, total: 67108864, 1%
 #pragma once

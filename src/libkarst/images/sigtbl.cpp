@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The signature table of a signed image: big-endian 32-bit words, decoded and printed, with the
 // signature blocks and signatures handed back to the caller. Only the version is checked.
 #include "karst.h"

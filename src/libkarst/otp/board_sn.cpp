@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The board serial number (command 23): a 32-bit word and a buffer, both the caller's, filled
 // by the secure world.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The otp tool's front end: its sub-command table, the dispatcher over it, the usage text and
 // the entry its main program calls.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handlers of the otp tool's sub-commands. Each takes the operands that follow the
 // sub-command's name; operands beyond those it names are ignored.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // OTP key read (command 20) and OTP user area programming (command 21): the caller's buffer is
 // registered as it is and the secure world reads or writes it in place.
 #include "karst.h"

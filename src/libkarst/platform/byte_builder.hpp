@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A growing run of bytes in one heap buffer, for text that is put together before it is written.
 #pragma once
 

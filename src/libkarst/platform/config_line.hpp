@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The line format of the key=value files the library reads: the inventory file and the
 // firmware inventory files. One entry per line: a key of 1 to 63 characters ended by "=" (or by
 // an apostrophe, which leaves the entry without a value), then a value of up to 511 characters

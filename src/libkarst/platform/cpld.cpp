@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPLD registers, reached through the secure world with commands 6 (read) and 7 (write).
 // Registers and values are single bytes given as command-line texts.
 #include "karst.h"

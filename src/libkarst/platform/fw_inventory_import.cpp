@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Import of a firmware inventory file (key=value lines written by another component) into the
 // secure world's inventory: a key is written only when the secure world holds another value.
 #include "karst.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The board inventory: named values kept by the secure world (commands 8 and 9), with the
 // inventory file as a cache that every exported read and write refreshes and that a read falls
 // back to while no session can be opened.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory file: key=value lines shared by every process of the controller. read_config
 // looks a key up under a read lock; write_config adds or replaces a key under a write lock and
 // rewrites only the part of the file from the first changed entry on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory file's look-up and update on a file that is already open, shared by the
 // exported read_config/write_config (a caller's path, used as given) and the inventory
 // commands (the board's "/tmp/inventory.txt", opened through the board file checks).

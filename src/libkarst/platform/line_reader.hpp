@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads a file descriptor line by line, lines of any length, keeping the head of each line (the
 // part that decides how a key=value line scans) and the file position just after it. Needs no
 // heap memory, so a scan cannot fail half way for want of it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Secure registers: runs of consecutive 32-bit registers that only the secure world can read
 // (command 18). Each register is printed with its address; the first value can be handed back.
 #include "karst.h"

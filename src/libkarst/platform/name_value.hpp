@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The name=value texts of the dispatcher entries that set a named value.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps that the secure world's stores of named values (the U-Boot environment and the
 // inventory) share: the name travels in a buffer of its own as parameter 0, and the value comes
 // back as text.

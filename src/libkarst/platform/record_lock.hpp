@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole-file fcntl record locks for the key=value files shared between processes.
 //
 // Record locks belong to a process: two threads of one process would both be granted a write

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // U-Boot environment variables, kept by the secure world and reached through commands 4 and 5.
 #include "karst.h"
 
