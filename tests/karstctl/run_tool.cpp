@@ -3,10 +3,12 @@
 
 #include "support/test_env.hpp"
 
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace karst::test {
@@ -76,6 +78,18 @@ ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &ar
     run.err = read_file(err_path);
     run.reached = access(journal_path.c_str(), F_OK) == 0;
     return run;
+}
+
+bool bios_update_ends() {
+    bool done = false;
+    for (auto give_up = std::chrono::steady_clock::now() + std::chrono::minutes(5);
+         !done && std::chrono::steady_clock::now() < give_up;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        capture_stdout([&] { done = pta_open_session() == 0; }); // it says so while busy
+        pta_close_session();
+        done = done && pta20_img_updmsg(IMG_ID(IMG_TYPE_BIOS, IMG_IDX_STAGING), 0) == 100;
+    }
+    return done;
 }
 
 } // namespace karst::test

@@ -21,4 +21,8 @@ ToolRun run_karstctl(const std::string &root, const std::vector<std::string> &ar
 // In a child process: replaces it with karstctl and args (exit status 127 when that fails).
 [[noreturn]] void exec_karstctl(const std::vector<std::string> &args);
 
+// Waits until the update of the BIOS's staging image that a karstctl process runs has ended and
+// that process has let the session go: states, with a bound no machine should reach.
+bool bios_update_ends();
+
 } // namespace karst::test
