@@ -45,8 +45,10 @@ const std::pair<const char *, std::regex> &form_of(Kind kind) {
         {"mapping", std::regex(".*(map|alloc).*", icase)},
         {"lock", std::regex(".*lock.*", icase)},
         {"thread", std::regex(".*thread.*", icase)},
-        {"shared memory", std::regex(".*TEEC_RegisterSharedMemory failed.*")},
-        {"invoke", std::regex(".*TEEC_InvokeCommand failed.*")}};
+        {"shared memory",
+         std::regex(".*TEEC_RegisterSharedMemory failed( with code|:) 0x[0-9a-f]+")},
+        {"invoke",
+         std::regex(".*TEEC_InvokeCommand failed( with code|:) 0x[0-9a-f]+ origin 0x[0-9a-f]+.*")}};
     return forms[static_cast<int>(kind)];
 }
 
