@@ -12,6 +12,8 @@
  *   KARST_EMU_SCRIPT_INVOKE   comma-separated result codes (decimal or 0x hex) for the next calls
  *                             of that kind; 0 lets a call proceed normally.
  *   KARST_EMU_JOURNAL         a file to which one line per invoke is appended.
+ *   KARST_EMU_REGISTERED_MEMORY  0: the client works without registered memory (see
+ *                             karst_emu_registered_memory).
  *
  * State (the application's stored values) lives under $KARST_ROOT/var/lib/karst-emulator, or
  * /var/lib/karst-emulator when KARST_ROOT is not set.
@@ -31,7 +33,7 @@ extern "C" {
 typedef enum {
     KARST_EMU_INIT = 0,     /* TEEC_InitializeContext */
     KARST_EMU_OPEN = 1,     /* TEEC_OpenSession */
-    KARST_EMU_REGISTER = 2, /* TEEC_RegisterSharedMemory */
+    KARST_EMU_REGISTER = 2, /* TEEC_RegisterSharedMemory, TEEC_AllocateSharedMemory */
     KARST_EMU_INVOKE = 3,   /* TEEC_InvokeCommand */
     KARST_EMU_OP_COUNT = 4
 } karst_emu_op;
@@ -42,6 +44,12 @@ typedef enum {
 KARST_EMU_API void karst_emu_script(karst_emu_op op, const uint32_t *codes, size_t count);
 /* Makes the nth call of op from now on (1 for the next) fail with code. */
 KARST_EMU_API void karst_emu_fail_nth(karst_emu_op op, size_t nth, uint32_t code);
+/* on (the default): memory registered from now on is shared with the secure world as it is, as
+ * a client library does over a driver that registers memory. 0: as a client library does without
+ * that capability, each registration gets a bounce buffer of its own (zeroed); around every invoke
+ * the caller's bytes are copied into it only for input references, and back only for output
+ * references. Allocated memory is shared as it is either way. karst_emu_reset restores on. */
+KARST_EMU_API void karst_emu_registered_memory(int on);
 /* Calls of op made since the last reset. */
 KARST_EMU_API size_t karst_emu_calls(karst_emu_op op);
 

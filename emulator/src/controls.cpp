@@ -30,6 +30,7 @@ struct Bookkeeping {
     std::map<const TEEC_SharedMemory *, Registration> memory;
     std::deque<JournalEntry> journal; // deque: records handed out stay where they are
     size_t input_limit = DEFAULT_INPUT_LIMIT;
+    bool registers_memory = true;
 };
 
 Bookkeeping &book() {
@@ -70,6 +71,8 @@ void read_environment(Bookkeeping &b) {
             b.script[op] = parse_codes(text);
         }
     }
+    const char *registered = std::getenv("KARST_EMU_REGISTERED_MEMORY");
+    b.registers_memory = registered == nullptr || std::strcmp(registered, "0") != 0;
 }
 
 void append_journal_file(const JournalEntry &e) {
@@ -159,9 +162,19 @@ std::optional<Registration> registration_of(const TEEC_SharedMemory *shm) {
     }
     return it->second;
 }
-bool memory_released(TEEC_SharedMemory *shm) {
+std::optional<Registration> memory_released(TEEC_SharedMemory *shm) {
     std::lock_guard lock(book().mutex);
-    return book().memory.erase(shm) != 0;
+    auto node = book().memory.extract(shm);
+    if (node.empty()) {
+        return std::nullopt;
+    }
+    return node.mapped();
+}
+
+bool registers_memory() {
+    std::lock_guard lock(book().mutex);
+    read_environment(book());
+    return book().registers_memory;
 }
 
 size_t journal_input_limit() {
@@ -197,6 +210,12 @@ extern "C" void karst_emu_fail_nth(karst_emu_op op, size_t nth, uint32_t code) {
     std::deque<uint32_t> &s = book().script[op];
     s.assign(nth - 1, 0);
     s.push_back(code);
+}
+
+extern "C" void karst_emu_registered_memory(int on) {
+    std::lock_guard lock(book().mutex);
+    read_environment(book());
+    book().registers_memory = on != 0;
 }
 
 extern "C" size_t karst_emu_calls(karst_emu_op op) {
@@ -265,5 +284,6 @@ extern "C" void karst_emu_reset(void) {
         c = 0;
     }
     book().journal.clear();
+    book().registers_memory = true;
     reset_program_rate();
 }

@@ -25,14 +25,25 @@ void session_opened(TEEC_Session *session);
 bool session_known(const TEEC_Session *session);
 void session_closed(TEEC_Session *session);
 
+// What the secure world sees of a block of shared memory: the memory it reads and writes and its
+// length, fixed when the block is registered or allocated (the record's own size and flags are
+// read at each invoke). A bounce buffer stands between the caller's memory and the secure world
+// when the client works without registered memory; allocated memory is shared as it is.
 struct Registration {
-    void *buffer;
-    size_t size;
-    uint32_t flags;
+    uint8_t *shared;
+    size_t length;
+    bool bounce;    // shared is a bounce buffer of the emulator's own
+    bool allocated; // shared was allocated for the caller (the record's buffer)
 };
 void memory_registered(TEEC_SharedMemory *shm, const Registration &reg);
 std::optional<Registration> registration_of(const TEEC_SharedMemory *shm);
-bool memory_released(TEEC_SharedMemory *shm);
+// The registration removed, for the caller to free what it holds; empty when there was none.
+std::optional<Registration> memory_released(TEEC_SharedMemory *shm);
+
+// Whether the client registers the caller's memory directly (the driver's registered-memory
+// capability) or goes through bounce buffers: karst_emu_registered_memory,
+// KARST_EMU_REGISTERED_MEMORY.
+bool registers_memory();
 
 // Journal: an invoke as received (inputs copied before the application runs) and its outcome.
 struct JournalParam {
