@@ -77,6 +77,13 @@ TEST_F(OtpTest, SubCommandsAndWhatTheySend) {
     uint8_t area[11] = {};
     ASSERT_EQ(karst_emu_otp_user_read(0x100, area, sizeof area), 0);
     EXPECT_EQ(std::string(reinterpret_cast<char *>(area), sizeof area), "serial-data");
+    // A client without registered memory copies only input memory into the secure world, and
+    // output memory back: the data is still programmed (not zeros), the key still read.
+    karst_emu_registered_memory(0);
+    EXPECT_EQ(otp({"prog_usr", "200", "@d"}) + otp({"getkey", "1a", "@k3"}), "0 0 ");
+    ASSERT_EQ(karst_emu_otp_user_read(0x200, area, sizeof area), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(area), sizeof area), "serial-data");
+    EXPECT_EQ(read_file(path("/tmp/k3")), key);
     // The program hands its operands on and exits with the front end's status.
     const ProgramRun program = run_program(otp_program(), {"getsn", "x"});
     EXPECT_TRUE(matches(std::to_string(program.status) + " " + program.output, serial));

@@ -3,13 +3,27 @@
 
 #include "log.hpp"
 
+#include <cstring>
+
 namespace karst::tee {
 
 bool Exchange::share(int index, void *data, std::size_t size, std::uint32_t flags, int line) {
-    SharedRegion &region = regions_[index];
-    result_ = region.share(data, size, flags);
+    result_ = regions_[index].share(data, size, flags);
+    return shared(index, line);
+}
+
+bool Exchange::share_copy(int index, const void *data, std::size_t size, std::uint32_t flags,
+                          int line) {
+    result_ = regions_[index].allocate(size, flags);
+    if (result_ == TEEC_SUCCESS && size > 0) {
+        std::memcpy(regions_[index].record()->buffer, data, size);
+    }
+    return shared(index, line);
+}
+
+bool Exchange::shared(int index, int line) {
     if (result_ == TEEC_SUCCESS) {
-        operation_.whole(index, region);
+        operation_.whole(index, regions_[index]);
         return true;
     }
     if (wording_ == Wording::brief) {

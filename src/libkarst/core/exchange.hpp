@@ -54,6 +54,13 @@ class Exchange {
                int line = __builtin_LINE()) {
         return share(index, buffer.data(), buffer.size(), flags, line);
     }
+    // A copy of size bytes at data, in memory the client library allocates, as whole-memory
+    // parameter index with flags. For data the secure world reads from memory it is given as
+    // output: a client library without registered memory copies only input memory into the
+    // secure world, and would send registered output memory as zeros. Reported as a failed
+    // registration.
+    bool share_copy(int index, const void *data, std::size_t size, std::uint32_t flags,
+                    int line = __builtin_LINE());
     // A value input parameter.
     Exchange &value(int index, std::uint32_t a, std::uint32_t b = 0) {
         operation_.value(index, a, b);
@@ -73,6 +80,7 @@ class Exchange {
     std::size_t size_of(int index) const { return operation_.size_of(index); }
 
   private:
+    bool shared(int index, int line);
     bool invoked(TEEC_Result result, std::uint32_t origin, int line);
 
     const char *routine_;

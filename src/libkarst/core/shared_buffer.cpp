@@ -16,13 +16,40 @@ bool invoke_fails(std::uint32_t &origin) {
     return false;
 }
 
+// An invoke with no session open is refused here, as a bad parameter of the API, and never
+// reaches the client library.
+TEEC_Result invoke_open_session(std::uint32_t command, TEEC_Operation *operation,
+                                std::uint32_t &origin) {
+    if (invoke_fails(origin)) {
+        return TEEC_ERROR_COMMUNICATION;
+    }
+    if (!session_open()) {
+        origin = TEEC_ORIGIN_API;
+        return TEEC_ERROR_BAD_PARAMETERS;
+    }
+    return TEEC_InvokeCommand(&session(), command, operation, &origin);
+}
+
 } // namespace
 
 TEEC_Result register_memory(TEEC_SharedMemory &record) {
     if (fault::inject(fault::Kind::shared_memory)) {
         return TEEC_ERROR_OUT_OF_MEMORY;
     }
+    if (!context_open()) {
+        return TEEC_ERROR_BAD_PARAMETERS;
+    }
     return TEEC_RegisterSharedMemory(&context(), &record);
+}
+
+TEEC_Result allocate_memory(TEEC_SharedMemory &record) {
+    if (fault::inject(fault::Kind::shared_memory)) {
+        return TEEC_ERROR_OUT_OF_MEMORY;
+    }
+    if (!context_open()) {
+        return TEEC_ERROR_BAD_PARAMETERS;
+    }
+    return TEEC_AllocateSharedMemory(&context(), &record);
 }
 
 TEEC_Result SharedRegion::share(void *buffer, std::size_t size, std::uint32_t flags) {
@@ -32,6 +59,16 @@ TEEC_Result SharedRegion::share(void *buffer, std::size_t size, std::uint32_t fl
     record_.size = size;
     record_.flags = flags;
     const TEEC_Result res = register_memory(record_);
+    registered_ = res == TEEC_SUCCESS;
+    return res;
+}
+
+TEEC_Result SharedRegion::allocate(std::size_t size, std::uint32_t flags) {
+    release();
+    record_ = TEEC_SharedMemory{};
+    record_.size = size;
+    record_.flags = flags;
+    const TEEC_Result res = allocate_memory(record_);
     registered_ = res == TEEC_SUCCESS;
     return res;
 }
@@ -67,17 +104,11 @@ Operation &Operation::value(int index, std::uint32_t a, std::uint32_t b) {
 }
 
 TEEC_Result invoke(std::uint32_t command, Operation &operation, std::uint32_t &origin) {
-    if (invoke_fails(origin)) {
-        return TEEC_ERROR_COMMUNICATION;
-    }
-    return TEEC_InvokeCommand(&session(), command, operation.get(), &origin);
+    return invoke_open_session(command, operation.get(), origin);
 }
 
 TEEC_Result invoke_without_operation(std::uint32_t command, std::uint32_t &origin) {
-    if (invoke_fails(origin)) {
-        return TEEC_ERROR_COMMUNICATION;
-    }
-    return TEEC_InvokeCommand(&session(), command, nullptr, &origin);
+    return invoke_open_session(command, nullptr, origin);
 }
 
 } // namespace karst::tee

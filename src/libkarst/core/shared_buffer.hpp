@@ -13,10 +13,14 @@
 
 namespace karst::tee {
 
-// The library's single point where memory is registered with the TEE client library.
+// The library's single points where memory is registered with, or allocated by, the TEE client
+// library. With no context open they answer TEEC_ERROR_BAD_PARAMETERS without calling it.
 TEEC_Result register_memory(TEEC_SharedMemory &record);
+TEEC_Result allocate_memory(TEEC_SharedMemory &record);
 
-// A registration of memory that someone else owns (a mapping, a caller's buffer).
+// A registration of memory that someone else owns (a mapping, a caller's buffer), or a block the
+// client library allocates (shared with the secure world as it is, whether or not the driver can
+// register memory; its bytes are at record()->buffer).
 class SharedRegion {
   public:
     SharedRegion() = default;
@@ -25,6 +29,7 @@ class SharedRegion {
     ~SharedRegion() { release(); }
 
     TEEC_Result share(void *buffer, std::size_t size, std::uint32_t flags);
+    TEEC_Result allocate(std::size_t size, std::uint32_t flags);
     void release();
 
     TEEC_SharedMemory *record() { return &record_; }

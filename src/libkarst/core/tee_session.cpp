@@ -31,6 +31,8 @@ TEEC_Context g_context{};
 void mark_descriptor_closed() {}
 #endif
 TEEC_Session g_session{};
+std::atomic<bool> g_context_open{false};
+std::atomic<bool> g_session_open{false};
 
 // The thread that holds the session, from its claim until the context is finalised again; no
 // thread (the default id) while none does. The busy test and the claim are one atomic step, so
@@ -42,8 +44,12 @@ void release_claim() {
     g_owner.store(std::thread::id(), std::memory_order_release);
 }
 
+// Finalises the context once (a second finalize would close a descriptor that may by then belong
+// to someone else) and gives up the claim.
 void finalize_context() {
-    TEEC_FinalizeContext(&g_context);
+    if (g_context_open.exchange(false, std::memory_order_acq_rel)) {
+        TEEC_FinalizeContext(&g_context);
+    }
     mark_descriptor_closed();
     release_claim();
 }
@@ -55,6 +61,12 @@ TEEC_Context &context() {
 }
 TEEC_Session &session() {
     return g_session;
+}
+bool context_open() {
+    return g_context_open.load(std::memory_order_acquire);
+}
+bool session_open() {
+    return g_session_open.load(std::memory_order_acquire);
 }
 bool is_open() {
     return g_owner.load(std::memory_order_acquire) != std::thread::id();
@@ -87,6 +99,7 @@ extern "C" uint32_t pta_open_session(void) try {
         release_claim();
         return res;
     }
+    g_context_open.store(true, std::memory_order_release);
 
     uint32_t origin = 0;
     for (int attempt = 1; attempt <= PTA_OPEN_RETRIES; ++attempt) {
@@ -104,6 +117,7 @@ extern "C" uint32_t pta_open_session(void) try {
         KARST_E("TEEC_Opensession failed with code 0x%x origin 0x%x\n", res, origin);
         return res;
     }
+    g_session_open.store(true, std::memory_order_release);
     return TEEC_SUCCESS;
 } catch (...) {
     return KARST_CAUGHT(TEEC_ERROR_GENERIC);
@@ -116,7 +130,9 @@ extern "C" void pta_close_session(void) try {
     if (g_owner.load(std::memory_order_acquire) != std::this_thread::get_id()) {
         return;
     }
-    TEEC_CloseSession(&g_session);
+    if (g_session_open.exchange(false, std::memory_order_acq_rel)) {
+        TEEC_CloseSession(&g_session);
+    }
     finalize_context();
 } catch (...) {
     KARST_CAUGHT_VOID();

@@ -1,35 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
-// OTP key read (command 20) and OTP user area programming (command 21): the caller's buffer is
-// registered as it is and the secure world reads or writes it in place.
+// OTP key read (command 20) and OTP user area programming (command 21). Both send the number as
+// value a and memory registered as output in parameter 1: for a key read the caller's buffer,
+// written in place; for programming a copy of the caller's data in memory the client library
+// allocates, which the secure world reads. The caller's data is never registered itself: a client
+// library without registered memory would send output memory as zeros (and program them, once
+// and for good) and copy the answer back over the caller's data.
 #include "karst.h"
 
 #include "core/boundary.hpp"
 #include "core/exchange.hpp"
 #include "core/session_scope.hpp"
 
-namespace {
-
-// One procedure for both: the number as value a, the caller's memory as an output reference
-// (for programming, the secure world reads the data from it). Failures are reported as routine.
-int invoke_with_memory(const char *routine, uint32_t cmd, uint32_t number, void *buf,
-                       uint32_t size) {
-    karst::tee::Exchange tee(routine);
-    tee.value(0, number);
-    return tee.share(1, buf, size, TEEC_MEM_OUTPUT) && tee.invoke(cmd) ? 0 : -1;
-}
-
-} // namespace
-
 extern "C" int __pta_invoke_otp_get_key(uint32_t cmd, uint32_t key_id, void *buf,
                                         uint32_t size) try {
-    return invoke_with_memory(__func__, cmd, key_id, buf, size);
+    karst::tee::Exchange tee;
+    tee.value(0, key_id);
+    return tee.share(1, buf, size, TEEC_MEM_OUTPUT) && tee.invoke(cmd) ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
 
 extern "C" int __pta_invoke_otp_prog_usr(uint32_t cmd, uint32_t offset, void *data,
                                          uint32_t len) try {
-    return invoke_with_memory(__func__, cmd, offset, data, len);
+    karst::tee::Exchange tee;
+    tee.value(0, offset);
+    return tee.share_copy(1, data, len, TEEC_MEM_OUTPUT) && tee.invoke(cmd) ? 0 : -1;
 } catch (...) {
     return KARST_CAUGHT(-1);
 }
