@@ -2,6 +2,8 @@
 // The image calls, exported and behind dispatcher numbers 0 to 3, 10 and 31 to 33: checks before
 // the session, what reaches the secure world and what comes back, busy retries and their log
 // lines, the dumps before an update, and the active BMC image on the eMMC.
+#include "core/exchange.hpp"
+#include "core/session_scope.hpp"
 #include "support/blocks.hpp"
 #include "support/image_files.hpp"
 #include "support/sweep_session.hpp"
@@ -186,6 +188,18 @@ TEST_F(ImageApiTest, AuthWithTheKeyDataBlock) {
               "44 42 52 54 01 01 00 00 00 00 ff f0 16 06 66 77 5f 69 6d 67 02 01 04 01 00 00 00 16 "
               "0d 6b 65 79 5f 6e 61 6d 65 5f 6c 69 73 74 02 01 02 02 00 00 00 00 00");
     EXPECT_EQ(pta20_datablk_get_info(records[3].params[0].input, DATABLK_INFO_USED_LEN), 15);
+    // The secure world reads the image word little-endian: a word naming type 0x18 is refused.
+    std::string block(blk.input, blk.input + blk.input_kept);
+    block[block.find("fw_img") + 10] = 0x18;
+    ASSERT_EQ(pta20_datablk_update_crc(DATABLK_MAGIC_FW, block.data()), 0);
+    {
+        const karst::tee::SessionScope session;
+        karst::tee::Exchange tee;
+        ASSERT_TRUE(tee.share(0, block.data(), block.size(), TEEC_MEM_INPUT) &&
+                    tee.share(1, const_cast<char *>(image.data()), image.size(), TEEC_MEM_INPUT));
+        EXPECT_FALSE(capture_stdout([&] { tee.invoke(PTA_DALU_CMD_FW_AUTH_DBLK); }).empty());
+        EXPECT_EQ(tee.code(), static_cast<int>(TEEC_ERROR_ITEM_NOT_FOUND));
+    }
 
     EXPECT_EQ(run(PTA_DALU_CMD_FW_AUTH_DBLK, 0xFF01, IMG_SRC_BUFFER, "x", 1), -1);
     EXPECT_TRUE(matches(out_, R"(\[E:pta_invoke_fw_auth_dblk:\d+\] Image name is not available)"));

@@ -56,6 +56,7 @@ TEST_F(OtpTest, SubCommandsAndWhatTheySend) {
         {{"getkey", "ff", "@kf"}, "0 " + key_failed, "20 c1; 255,0; 64 2 ''"},
         {{"prog_usr", "100", "@d"}, "0 ", "21 c1; 256,0; 11 2 ''"},
         {{"prog_usr", "0x100", "@d"}, "0 " + prog_failed, "21 c1; 256,0; 11 2 ''"}, // once only
+        {{"prog_usr", "ff", "@d"}, "0 " + prog_failed, "21 c1; 255,0; 11 2 ''"},    // overlaps it
         {{"prog_usr", "200", "@none"}, R"(0 \[E:readbin:\d+\] Failed to open file:.*/none\n)", ""},
         {{"getsn"}, serial, sn},
         {{}, usage, ""},
