@@ -12,6 +12,8 @@ namespace {
 constexpr char INVALID_ARGUMENT[] = "xyz.openbmc_project.Common.Error.InvalidArgument";
 constexpr char UNAVAILABLE[] = "xyz.openbmc_project.Common.Error.Unavailable";
 constexpr char INVALID_SIGNATURE[] = "xyz.openbmc_project.Software.Update.Error.InvalidSignature";
+constexpr char INVALID_CERTIFICATE[] = "xyz.openbmc_project.Certs.Error.InvalidCertificate";
+constexpr char NONCE[] = "00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff";
 constexpr size_t IMAGE_SIZE = 1 << 20;
 
 struct Refusal {
@@ -34,7 +36,37 @@ TEST_F(KarstdTest, RefusalsNameTheInterfacesErrors) {
     auto update = [&](const std::string &file, int flags, const char *apply_time = IMMEDIATE) {
         return with(file, flags, [&](int fd) { return start_update("bios", fd, apply_time); });
     };
+    // Signed measurements of every measurement (index 0: none given) or of one.
+    auto measurements = [&](const char *nonce, uint64_t slot, uint64_t index) {
+        const std::string path = "/xyz/openbmc_project/ComponentIntegrity/karst";
+        const char *set = "xyz.openbmc_project.Attestation.MeasurementSet";
+        return index == 0
+                   ? call(path, set, "SPDMGetSignedMeasurements", "atst", 0u, nonce, slot)
+                   : call(path, set, "SPDMGetSignedMeasurements", "atst", 1u, index, nonce, slot);
+    };
+    auto csr = [&](const char *common_name, const char *country, const char *algorithm) {
+        return call("/xyz/openbmc_project/certs/karst", "xyz.openbmc_project.Certs.CSR.Create",
+                    "GenerateCSR", "asssssssssxssassssss", 0u, "", "", common_name, "", country, "",
+                    "", "", int64_t{0}, "", algorithm, 0u, "", "", "", "", "");
+    };
     const Refusal refusals[] = {
+        {"a nonce the library refuses", [&] { return measurements("a nonce", 0, 0); },
+         INVALID_ARGUMENT},
+        {"a slot without the device key", [&] { return measurements(NONCE, 1, 0); },
+         INVALID_ARGUMENT},
+        {"some measurements only", [&] { return measurements(NONCE, 0, 3); }, INVALID_ARGUMENT},
+        {"a request without a common name", [&] { return csr("", "US", ""); }, INVALID_ARGUMENT},
+        {"an RSA key of an EC device key", [&] { return csr("bmc", "US", "RSA"); },
+         INVALID_ARGUMENT},
+        {"a subject the secure world refuses", [&] { return csr("bmc", "USA", ""); },
+         INVALID_ARGUMENT},
+        {"a file without a certificate",
+         [&] {
+             return call("/xyz/openbmc_project/certs/karst/device",
+                         "xyz.openbmc_project.Certs.Replace", "Replace", "s",
+                         path("/good.bin").c_str());
+         },
+         INVALID_CERTIFICATE},
         {"image failing authentication",
          [&] {
              Call refused = update(path("/unsigned.bin"), O_RDONLY);
@@ -64,6 +96,12 @@ TEST_F(KarstdTest, RefusalsNameTheInterfacesErrors) {
          [&] {
              EXPECT_EQ(update(path("/good.bin"), O_RDONLY).error, "");
              return update(path("/good.bin"), O_RDONLY);
+         },
+         UNAVAILABLE},
+        {"attestation while an update runs",
+         [&] {
+             EXPECT_EQ(update(path("/good.bin"), O_RDONLY).error, "");
+             return measurements(NONCE, 0, 0);
          },
          UNAVAILABLE},
     };

@@ -235,8 +235,11 @@ bool KarstdTest::updates_ended() {
             std::this_thread::sleep_for(free ? 0ms : 20ms);
         }
         close(fd);
-        if (fd >= 0 && !free) {
-            return false;
+        const std::string record = read_file(entry.path());
+        if ((fd >= 0 && !free) ||
+            (record.starts_with("path=") && daemon_pid_ > 0 &&
+             wait_end(record.substr(5, record.find('\n') - 5)) == "Activating")) {
+            return false; // the update's process, or karstd's view of it, has not ended
         }
     }
     return true;

@@ -53,7 +53,7 @@ class KarstdTest : public KarstTest {
     // Polls the update at path until it leaves Activating: its Activation's last word
     // ("Active", "Failed"), and in seen every percentage it showed on the way.
     std::string wait_end(const std::string &path, std::vector<int> *seen = nullptr);
-    // Waits until no update process holds a record of the state directory.
+    // Waits until every update of the state directory has ended, and karstd shows it.
     bool updates_ended();
 
     sd_bus *bus() const { return bus_; }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus.hpp"
 
+#include <cstdio>
 #include <cstring>
 
 namespace karstd {
@@ -17,8 +18,15 @@ Slot add_interface(sd_bus *bus, const std::string &path, const char *interface,
                    const sd_bus_vtable *vtable, void *owner) {
     sd_bus_slot *slot = nullptr;
     check(sd_bus_add_object_vtable(bus, &slot, path.c_str(), interface, vtable, owner),
-          "sd_bus_add_object_vtable");
+          (std::string("registering ") + interface + " at " + path).c_str());
     return Slot(slot);
+}
+
+int refuse(sd_bus_message *m, sd_bus_error *error, const char *name, const char *message) {
+    if (std::strcmp(name, error::INTERNAL_FAILURE) == 0) {
+        std::fprintf(stderr, "karstd: %s failed: %s\n", sd_bus_message_get_member(m), message);
+    }
+    return sd_bus_error_set(error, name, message);
 }
 
 int append(sd_bus_message *reply, const std::string &value) {

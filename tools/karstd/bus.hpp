@@ -66,6 +66,9 @@ int append(sd_bus_message *reply, const std::vector<std::string> &value);
 // Reads a string array argument.
 std::vector<std::string> read_strings(sd_bus_message *m);
 
+// Sets error for the call m; internal failures are logged, with the member that met them.
+int refuse(sd_bus_message *m, sd_bus_error *error, const char *name, const char *message);
+
 template <typename T> struct MemberOf;
 template <typename C, typename R> struct MemberOf<R (C::*)() const> { using Class = C; };
 template <typename C> struct MemberOf<int (C::*)(sd_bus_message *)> { using Class = C; };
@@ -85,9 +88,9 @@ template <auto Call> int method(sd_bus_message *m, void *owner, sd_bus_error *er
     try {
         return (static_cast<C *>(owner)->*Call)(m);
     } catch (const BusError &e) {
-        return sd_bus_error_set(error, e.name(), e.what());
+        return refuse(m, error, e.name(), e.what());
     } catch (const std::exception &e) {
-        return sd_bus_error_set(error, error::INTERNAL_FAILURE, e.what());
+        return refuse(m, error, error::INTERNAL_FAILURE, e.what());
     }
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // karstd: the board's secure-world firmware update, attestation and certificates on the system
 // bus, as xyz.openbmc_project.Software.Karst (docs/karstd.md).
+#include "attestation_service.hpp"
 #include "bus.hpp"
+#include "cert_service.hpp"
 #include "secure_world.hpp"
 #include "update_service.hpp"
 
@@ -82,7 +84,11 @@ int run(const Options &options) {
 
     UpdateService updates(bus.get(), event.get(), options.state_dir);
     const SecureWorld secure_world([&updates] { return updates.holder(); });
+    AttestationService attestation(bus.get(), secure_world);
+    CertService certs(bus.get(), secure_world, options.state_dir);
     updates.restore();
+    certs.refresh(); // after a restart during an update: when that update has ended
+    updates.on_end([&certs] { certs.refresh(); });
     // The name last: a client that sees it finds every object in place.
     check(sd_bus_request_name(bus.get(), SERVICE, 0), "requesting the bus name");
     return check(sd_event_loop(event.get()), "the event loop");

@@ -266,6 +266,9 @@ void UpdateService::follow() {
         if (succeeded) {
             read_version(*object);
         }
+        if (on_end_) {
+            on_end_();
+        }
     }
     if (!versions_read_ && holder().empty()) {
         read_versions();

@@ -11,6 +11,7 @@
 #include "software_object.hpp"
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,9 @@ class UpdateService {
     // Shows the updates that the records of the state directory tell of (running ones are
     // followed again) and reads the types' versions when the secure world is free.
     void restore();
+
+    // Calls done each time an update has ended and the secure world is free again.
+    void on_end(std::function<void()> done) { on_end_ = std::move(done); }
 
     // The type whose update holds the secure world (starting or running), or empty.
     std::string holder() const;
@@ -83,6 +87,7 @@ class UpdateService {
     std::vector<pid_t> children_;
     EventSource timer_;
     bool versions_read_ = false;
+    std::function<void()> on_end_;
 };
 
 } // namespace karstd
