@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace karst::test {
 namespace {
@@ -45,6 +46,30 @@ TEST_F(KarstdTest, UpdateOfAClientThatLeftAtOnceRunsToActiveShowingItsProgress) 
     uint64_t digest = 0;
     ASSERT_EQ(karst_emu_image_copy(IMG_ID(IMG_TYPE_BIOS, IMG_IDX_STAGING), &size, &digest), 0);
     EXPECT_EQ(digest, karst_emu_image_digest(image.data(), image.size()));
+}
+
+// karstd stopped mid-update finds the update again, running; stopped until it has ended, it shows
+// the end.
+TEST_F(KarstdTest, UpdateOutlivesRestartsOfTheDaemon) {
+    const int fd = open_image(path("/bios.bin"), image_bytes(IMAGE_SIZE));
+    Call started = start_update("bios", fd);
+    close(fd);
+    const char *update = nullptr;
+    ASSERT_GE(sd_bus_message_read(started.reply, "o", &update), 0);
+    const std::string object = update;
+    for (int tries = 0; progress(object) <= 0 && tries < 500; ++tries) {
+        usleep(10000);
+    }
+    stop_daemon();
+    ASSERT_TRUE(start_daemon());
+    EXPECT_EQ(text(object, ACTIVATION, "Activation"),
+              "xyz.openbmc_project.Software.Activation.Activations.Activating");
+    EXPECT_GT(progress(object), 0);
+    stop_daemon();
+    ASSERT_TRUE(updates_ended());
+    ASSERT_TRUE(start_daemon());
+    EXPECT_EQ(wait_end(object), "Active");
+    EXPECT_EQ(progress(object), 100);
 }
 
 } // namespace
