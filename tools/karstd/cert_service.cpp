@@ -133,8 +133,8 @@ std::string subject_of(const CsrFields &f) {
                                            "without ','");
             }
         }
-        if (!value->empty()) {
-            subject += (subject.empty() ? "" : ",") + std::string(name) + "=" + *value;
+        if (!value->empty()) { // appended piecewise: GCC 12 -O3 misjudges "a" + temporary
+            subject.append(subject.empty() ? "" : ",").append(name).append("=").append(*value);
         }
     }
     return subject;
