@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/deps.sh libssl-dev zlib1g-dev openssl libcli11-dev libbenchmark-dev clang libclang-rt-dev \
-    g++-arm-linux-gnueabihf qemu-user googletest abigail-tools
+    g++-arm-linux-gnueabihf qemu-user googletest abigail-tools libsystemd-dev dbus-daemon
 jobs=$(nproc)
 
 # run_suite NAME [CMAKE_ARGS...] [-- CTEST_ARGS...]
