@@ -160,12 +160,18 @@ int open_session_request(int context_fd, tee_ioctl_buf_data &buf) {
     arg->ret =
         TEEC_OpenSession(client, session.get(), &uuid, arg->clnt_login, nullptr, nullptr, &origin);
     arg->ret_origin = origin;
+    if (arg->ret != TEEC_SUCCESS) {
+        return 0;
+    }
     std::lock_guard lock(driver().mutex);
     Context *context = context_of(context_fd);
-    if (arg->ret == TEEC_SUCCESS && context != nullptr) {
-        arg->session = driver().next_session++;
-        context->sessions[arg->session] = std::move(session);
+    if (context == nullptr) { // closed meanwhile by another thread
+        TEEC_CloseSession(session.get());
+        errno = EBADF;
+        return -1;
     }
+    arg->session = driver().next_session++;
+    context->sessions[arg->session] = std::move(session);
     return 0;
 }
 
