@@ -33,6 +33,12 @@ if(KARST_TEE_RESOLVED STREQUAL "system")
     # What a program linking the installed static library links: the system's, by name.
     set(KARST_TEEC_INSTALLED teec)
     message(STATUS "karst: board build against ${KARST_SYSTEM_TEEC_LIBRARY}")
+    if(KARST_TEE_DRIVER_STANDIN)
+        # The test suite over the board's client library: paths under KARST_ROOT, as on the
+        # emulator, and the stand-in for the kernel's driver answering /dev/tee0.
+        target_compile_definitions(karst_teec INTERFACE KARST_HOST_BUILD=1)
+        include(${CMAKE_CURRENT_LIST_DIR}/TeeDriverStandin.cmake)
+    endif()
 elseif(KARST_TEE_RESOLVED STREQUAL "emulator")
     set(KARST_WITH_EMULATOR ON)
     set(KARST_TEEC_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/emulator/include)
@@ -45,6 +51,13 @@ elseif(KARST_TEE_RESOLVED STREQUAL "emulator")
     message(STATUS "karst: host build against the secure-world emulator")
 else()
     message(FATAL_ERROR "KARST_TEE must be auto, system or emulator (got ${KARST_TEE})")
+endif()
+# A build the test suite runs on: KARST_ROOT read and the failure hooks compiled in. The board's
+# own build (system without the driver stand-in) has neither.
+if(KARST_WITH_EMULATOR OR KARST_TEE_DRIVER_STANDIN)
+    set(KARST_TEST_BUILD ON)
+else()
+    set(KARST_TEST_BUILD OFF)
 endif()
 
 # Whether TEEC_Context begins with the TEE device descriptor. Where it does, the library keeps

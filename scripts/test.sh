@@ -4,7 +4,8 @@
 # and CMake consumers), its exported interface against abi/ and the README's examples; an
 # AddressSanitizer + UndefinedBehaviorSanitizer build with leaks counted as failures; the
 # threaded tests under ThreadSanitizer; each fuzz target for 20 seconds; and the 32-bit ARM
-# build, run under qemu-arm.
+# build, run under qemu-arm, on the emulator and then over Debian's own libteec with the TEE
+# driver stand-in (registered memory on and off).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -60,5 +61,7 @@ scripts/fuzz.sh 20
 
 run_suite armhf -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
+echo "==== armhf-system"
+scripts/test_real_libteec.sh build/armhf-system
 
 echo "All suites passed."

@@ -7,8 +7,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 
 using namespace karst::test;
 
@@ -88,6 +90,31 @@ TEST_F(OtpTest, SubCommandsAndWhatTheySend) {
     // The program hands its operands on and exits with the front end's status.
     const ProgramRun program = run_program(otp_program(), {"getsn", "x"});
     EXPECT_TRUE(matches(std::to_string(program.status) + " " + program.output, serial));
+}
+
+// Without registered memory the client library gives registered memory a buffer of its own and
+// fills it only for input: the data to program, whether the caller's memory is read-only or not,
+// must still reach the user area whole, and the caller's memory stay as it was.
+TEST_F(OtpTest, UserAreaDataArrivesWithoutRegisteredMemory) {
+    karst_emu_registered_memory(0);
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (const int protection : {PROT_READ, PROT_READ | PROT_WRITE}) {
+        void *memory =
+            mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(memory, MAP_FAILED);
+        const std::string data = protection == PROT_READ ? "read-only data" : "writable data!";
+        std::memcpy(memory, data.data(), data.size());
+        ASSERT_EQ(mprotect(memory, page, protection), 0);
+        const uint32_t offset = protection == PROT_READ ? 0x300 : 0x320;
+        EXPECT_EQ(pta_invoke_otp_prog_usr(21, offset, memory, data.size()), 0) << data;
+        std::string area(data.size(), '\0');
+        ASSERT_EQ(
+            karst_emu_otp_user_read(offset, reinterpret_cast<uint8_t *>(area.data()), area.size()),
+            0);
+        EXPECT_EQ(area, data) << "programmed";
+        EXPECT_EQ(std::string(static_cast<char *>(memory), data.size()), data) << "left as it was";
+        munmap(memory, page);
+    }
 }
 
 // NOLINTEND(readability-magic-numbers)
