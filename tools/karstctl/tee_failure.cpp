@@ -119,6 +119,7 @@ extern "C" {
 decltype(TEEC_InitializeContext) __real_TEEC_InitializeContext;
 decltype(TEEC_OpenSession) __real_TEEC_OpenSession;
 decltype(TEEC_RegisterSharedMemory) __real_TEEC_RegisterSharedMemory;
+decltype(TEEC_AllocateSharedMemory) __real_TEEC_AllocateSharedMemory;
 decltype(TEEC_InvokeCommand) __real_TEEC_InvokeCommand;
 
 TEEC_Result __wrap_TEEC_InitializeContext(const char *name, TEEC_Context *context) {
@@ -140,6 +141,11 @@ TEEC_Result __wrap_TEEC_OpenSession(TEEC_Context *context, TEEC_Session *session
 TEEC_Result __wrap_TEEC_RegisterSharedMemory(TEEC_Context *context, TEEC_SharedMemory *memory) {
     return karstctl::recorded("TEEC_RegisterSharedMemory",
                               __real_TEEC_RegisterSharedMemory(context, memory), nullptr);
+}
+
+TEEC_Result __wrap_TEEC_AllocateSharedMemory(TEEC_Context *context, TEEC_SharedMemory *memory) {
+    return karstctl::recorded("TEEC_AllocateSharedMemory",
+                              __real_TEEC_AllocateSharedMemory(context, memory), nullptr);
 }
 
 TEEC_Result __wrap_TEEC_InvokeCommand(TEEC_Session *session, uint32_t command,

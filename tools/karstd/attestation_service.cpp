@@ -22,7 +22,6 @@ namespace {
 constexpr char PATH[] = "/xyz/openbmc_project/ComponentIntegrity/karst";
 constexpr char INTEGRITY[] = "xyz.openbmc_project.Attestation.ComponentIntegrity";
 constexpr char MEASUREMENTS[] = "xyz.openbmc_project.Attestation.MeasurementSet";
-constexpr char DEVICE_CERTIFICATE_PATH[] = "/xyz/openbmc_project/certs/karst/device";
 constexpr char HASHING[] = "TPM_ALG_SHA_256";
 // The statement's format ("KARST-ATT v1"): the secure world's own, not an SPDM message.
 constexpr char STATEMENT_VERSION[] = "1";

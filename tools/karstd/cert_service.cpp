@@ -15,7 +15,6 @@ namespace karstd {
 namespace {
 
 constexpr char MANAGER_PATH[] = "/xyz/openbmc_project/certs/karst";
-constexpr char DEVICE_PATH[] = "/xyz/openbmc_project/certs/karst/device";
 constexpr char REQUEST_PATH[] = "/xyz/openbmc_project/certs/karst/csr";
 constexpr char CREATE[] = "xyz.openbmc_project.Certs.CSR.Create";
 constexpr char CSR[] = "xyz.openbmc_project.Certs.CSR";
@@ -177,16 +176,17 @@ int CertService::Request::csr(sd_bus_message *m) {
 CertService::CertService(sd_bus *bus, const SecureWorld &secure_world, std::string state_dir)
     : bus_(bus), secure_world_(secure_world), state_dir_(std::move(state_dir)) {
     create_slot_ = add_interface(bus_, MANAGER_PATH, CREATE, CREATE_VTABLE, this);
-    certificate_slot_ = add_interface(bus_, DEVICE_PATH, CERTIFICATE, CERTIFICATE_VTABLE, this);
-    replace_slot_ = add_interface(bus_, DEVICE_PATH, REPLACE, REPLACE_VTABLE, this);
+    certificate_slot_ =
+        add_interface(bus_, DEVICE_CERTIFICATE_PATH, CERTIFICATE, CERTIFICATE_VTABLE, this);
+    replace_slot_ = add_interface(bus_, DEVICE_CERTIFICATE_PATH, REPLACE, REPLACE_VTABLE, this);
 }
 
 void CertService::refresh() {
     try {
         secure_world_.run(
             [&] { certificate_ = certificate_pem(read_certificate(CERTIFICATE_OBJECT)); });
-        sd_bus_emit_properties_changed(bus_, DEVICE_PATH, CERTIFICATE, "CertificateString",
-                                       nullptr);
+        sd_bus_emit_properties_changed(bus_, DEVICE_CERTIFICATE_PATH, CERTIFICATE,
+                                       "CertificateString", nullptr);
     } catch (const BusError &) {
         // read again when the secure world is free
     }
@@ -248,7 +248,8 @@ int CertService::replace(sd_bus_message *m) {
         }
         certificate_ = certificate_pem(read_certificate(CERTIFICATE_OBJECT));
     });
-    sd_bus_emit_properties_changed(bus_, DEVICE_PATH, CERTIFICATE, "CertificateString", nullptr);
+    sd_bus_emit_properties_changed(bus_, DEVICE_CERTIFICATE_PATH, CERTIFICATE, "CertificateString",
+                                   nullptr);
     return sd_bus_reply_method_return(m, "");
 }
 

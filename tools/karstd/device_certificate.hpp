@@ -12,6 +12,8 @@ namespace karstd {
 
 constexpr int32_t CHAIN_DEVICE_CERTIFICATE = 0;
 constexpr int32_t CERTIFICATE_OBJECT = 5;
+// The object that carries the device certificate on the bus (and that attestations name).
+constexpr char DEVICE_CERTIFICATE_PATH[] = "/xyz/openbmc_project/certs/karst/device";
 
 // The certificate of index as the secure world gives it (DER, or PEM for the object); needs the
 // open session. Throws InternalFailure when it cannot be read.

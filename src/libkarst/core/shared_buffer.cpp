@@ -30,26 +30,27 @@ TEEC_Result invoke_open_session(std::uint32_t command, TEEC_Operation *operation
     return TEEC_InvokeCommand(&session(), command, operation, &origin);
 }
 
+// A registration or an allocation: the acquisition point of shared memory, only on an open
+// context.
+TEEC_Result memory_request(TEEC_Result (*request)(TEEC_Context *, TEEC_SharedMemory *),
+                           TEEC_SharedMemory &record) {
+    if (fault::inject(fault::Kind::shared_memory)) {
+        return TEEC_ERROR_OUT_OF_MEMORY;
+    }
+    if (!context_open()) {
+        return TEEC_ERROR_BAD_PARAMETERS;
+    }
+    return request(&context(), &record);
+}
+
 } // namespace
 
 TEEC_Result register_memory(TEEC_SharedMemory &record) {
-    if (fault::inject(fault::Kind::shared_memory)) {
-        return TEEC_ERROR_OUT_OF_MEMORY;
-    }
-    if (!context_open()) {
-        return TEEC_ERROR_BAD_PARAMETERS;
-    }
-    return TEEC_RegisterSharedMemory(&context(), &record);
+    return memory_request(TEEC_RegisterSharedMemory, record);
 }
 
 TEEC_Result allocate_memory(TEEC_SharedMemory &record) {
-    if (fault::inject(fault::Kind::shared_memory)) {
-        return TEEC_ERROR_OUT_OF_MEMORY;
-    }
-    if (!context_open()) {
-        return TEEC_ERROR_BAD_PARAMETERS;
-    }
-    return TEEC_AllocateSharedMemory(&context(), &record);
+    return memory_request(TEEC_AllocateSharedMemory, record);
 }
 
 TEEC_Result SharedRegion::share(void *buffer, std::size_t size, std::uint32_t flags) {
