@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cert_summary.hpp"
 
+#include "der_element.hpp"
+
 #include <climits>
 #include <optional>
 
@@ -12,7 +14,6 @@ constexpr uint8_t SEQUENCE = 0x30;
 constexpr uint8_t SET = 0x31;
 constexpr uint8_t OID = 0x06;
 constexpr uint8_t VERSION = 0xa0; // [0] EXPLICIT, before the serial number
-constexpr uint8_t LONG_LENGTH = 0x80;
 constexpr unsigned OID_BITS = 7;
 constexpr uint8_t OID_MORE = 0x80;
 constexpr uint8_t OID_VALUE = 0x7f;
@@ -28,38 +29,8 @@ struct ShortName {
 constexpr ShortName SHORT_NAMES[] = {{3, "CN"}, {5, "serialNumber"}, {6, "C"},  {7, "L"},
                                      {8, "ST"}, {10, "O"},           {11, "OU"}};
 
-// One DER element: its tag and contents.
-struct Element {
-    uint8_t tag = 0;
-    Bytes contents;
-};
-
-// The element at the start of data, which is advanced past it.
-std::optional<Element> next(Bytes &data) {
-    if (data.size() < 2) {
-        return std::nullopt;
-    }
-    const uint8_t tag = data[0];
-    size_t length = data[1];
-    size_t header = 2;
-    if ((length & LONG_LENGTH) != 0) {
-        const size_t bytes = length & ~size_t{LONG_LENGTH};
-        if (bytes == 0 || bytes > sizeof(uint32_t) || data.size() < header + bytes) {
-            return std::nullopt;
-        }
-        length = 0;
-        for (size_t i = 0; i < bytes; ++i) {
-            length = length << CHAR_BIT | data[header + i];
-        }
-        header += bytes;
-    }
-    if (data.size() - header < length) {
-        return std::nullopt;
-    }
-    const Element element{tag, data.subspan(header, length)};
-    data = data.subspan(header + length);
-    return element;
-}
+using karst::der::Element;
+using karst::der::next;
 
 // An attribute type's name: the short name of the common ones, else the dotted identifier.
 std::string attribute_name(Bytes oid) {
@@ -92,9 +63,9 @@ std::string attribute_name(Bytes oid) {
 std::string name_text(Bytes name) {
     std::string text;
     while (const std::optional<Element> set = next(name)) {
-        Bytes attributes = set->contents;
+        Bytes attributes = set->content;
         while (const std::optional<Element> attribute = next(attributes)) {
-            Bytes parts = attribute->contents;
+            Bytes parts = attribute->content;
             const std::optional<Element> type = next(parts);
             const std::optional<Element> value = next(parts);
             if (set->tag != SET || attribute->tag != SEQUENCE || !type || type->tag != OID ||
@@ -104,9 +75,9 @@ std::string name_text(Bytes name) {
             if (!text.empty()) {
                 text += ',';
             }
-            text += attribute_name(type->contents);
+            text += attribute_name(type->content);
             text += '=';
-            text.append(value->contents.begin(), value->contents.end());
+            text.append(value->content.begin(), value->content.end());
         }
     }
     return text;
@@ -116,12 +87,12 @@ std::string name_text(Bytes name) {
 
 std::string der_subject(std::span<const uint8_t> der) {
     const std::optional<Element> certificate = next(der);
-    Bytes body = certificate ? certificate->contents : Bytes{};
+    Bytes body = certificate ? certificate->content : Bytes{};
     const std::optional<Element> tbs = next(body);
     if (!certificate || certificate->tag != SEQUENCE || !tbs || tbs->tag != SEQUENCE) {
         return {};
     }
-    Bytes fields = tbs->contents;
+    Bytes fields = tbs->content;
     std::optional<Element> field = next(fields);
     if (field && field->tag == VERSION) {
         field = next(fields);
@@ -131,7 +102,7 @@ std::string der_subject(std::span<const uint8_t> der) {
     for (int i = 0; i < FIELDS_BEFORE_SUBJECT && field; ++i) {
         field = next(fields);
     }
-    return field && field->tag == SEQUENCE ? name_text(field->contents) : std::string();
+    return field && field->tag == SEQUENCE ? name_text(field->content) : std::string();
 }
 
 } // namespace karstctl

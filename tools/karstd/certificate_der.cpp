@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "certificate_der.hpp"
 
+#include "der_element.hpp"
+
 #include <algorithm>
 #include <array>
 
@@ -10,43 +12,12 @@ namespace {
 constexpr uint8_t SEQUENCE = 0x30;
 constexpr uint8_t OBJECT_ID = 0x06;
 constexpr uint8_t EXPLICIT_VERSION = 0xA0; // [0], the certificate's version
-constexpr uint8_t LONG_FORM = 0x80;
-constexpr size_t MAX_LENGTH_BYTES = 4;
 // Fields of TBSCertificate between the serial number and the public key: the signature
 // algorithm, issuer, validity and subject.
 constexpr int FIELDS_BEFORE_KEY = 4;
 
-// One DER element: its tag, the element whole and its content.
-struct Element {
-    uint8_t tag = 0;
-    std::span<const uint8_t> whole, content;
-};
-
-// Takes the next element off the front of in.
-std::optional<Element> next(std::span<const uint8_t> &in) {
-    if (in.size() < 2) {
-        return std::nullopt;
-    }
-    size_t length = in[1];
-    size_t head = 2;
-    if ((length & LONG_FORM) != 0) {
-        const size_t n = length & ~size_t{LONG_FORM};
-        if (n == 0 || n > MAX_LENGTH_BYTES || in.size() < head + n) {
-            return std::nullopt;
-        }
-        length = 0;
-        for (size_t i = 0; i < n; ++i) {
-            length = (length << 8) | in[head + i];
-        }
-        head += n;
-    }
-    if (in.size() - head < length) {
-        return std::nullopt;
-    }
-    Element e{in[0], in.first(head + length), in.subspan(head, length)};
-    in = in.subspan(head + length);
-    return e;
-}
+using karst::der::Element;
+using karst::der::next;
 
 // The content of the next element when it has the tag.
 std::optional<std::span<const uint8_t>> enter(std::span<const uint8_t> &in, uint8_t tag) {
