@@ -126,15 +126,17 @@ bool KarstdTest::start_daemon() {
     }
     for (auto give_up = std::chrono::steady_clock::now() + 10s;
          std::chrono::steady_clock::now() < give_up; std::this_thread::sleep_for(20ms)) {
+        // The name's owner must be this daemon: the bus may not yet have seen that a stopped one
+        // has gone, and a call to the name would then be lost.
         sd_bus_message *reply = nullptr;
-        int owned = 0;
+        uint32_t owner = 0;
         if (sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                               "org.freedesktop.DBus", "NameHasOwner", nullptr, &reply, "s",
-                               KARSTD_BUS_NAME) >= 0) {
-            sd_bus_message_read(reply, "b", &owned);
+                               "org.freedesktop.DBus", "GetConnectionUnixProcessID", nullptr,
+                               &reply, "s", KARSTD_BUS_NAME) >= 0) {
+            sd_bus_message_read(reply, "u", &owner);
         }
         sd_bus_message_unref(reply);
-        if (owned != 0) {
+        if (owner == static_cast<uint32_t>(daemon_pid_)) {
             return true;
         }
         if (waitpid(daemon_pid_, nullptr, WNOHANG) != 0) {
