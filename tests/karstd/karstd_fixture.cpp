@@ -200,7 +200,7 @@ Call KarstdTest::start_update(const char *type, int fd, const char *apply_time) 
 
 std::string KarstdTest::recorded_path(const char *type) {
     std::string update;
-    for (auto give_up = std::chrono::steady_clock::now() + 10s;
+    for (auto give_up = std::chrono::steady_clock::now() + 30s;
          std::chrono::steady_clock::now() < give_up; std::this_thread::sleep_for(20ms)) {
         const std::string record = read_file(state_dir() + "/" + type + ".update");
         update = record.substr(std::min<size_t>(5, record.size()), record.find('\n') - 5);

@@ -49,9 +49,10 @@ TEST_F(KarstdTest, UpdateOfAClientThatLeftAtOnceRunsToActiveShowingItsProgress) 
 }
 
 // karstd stopped mid-update finds the update again, running; stopped until it has ended, it shows
-// the end.
+// the end. The image takes eight seconds to program, so that the update still runs after the
+// restart on a loaded machine.
 TEST_F(KarstdTest, UpdateOutlivesRestartsOfTheDaemon) {
-    const int fd = open_image(path("/bios.bin"), image_bytes(IMAGE_SIZE));
+    const int fd = open_image(path("/bios.bin"), image_bytes(4 * IMAGE_SIZE));
     Call started = start_update("bios", fd);
     close(fd);
     const char *update = nullptr;
