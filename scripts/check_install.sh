@@ -4,7 +4,7 @@
 # programs against it the way their authors would, with nothing but the install's own files:
 # a C program through pkg-config, the same linked statically through `pkg-config --static`, and
 # a CMake project through find_package(karst) (the shared and the static target). Each runs
-# against the installed emulator in a fresh run root. Then the installed tools.
+# against the installed emulator in a fresh run root. Then the installed tools and karstd's files.
 #   scripts/check_install.sh BUILD_DIR
 set -euo pipefail
 build=$1
@@ -100,5 +100,12 @@ grep -q '^usage: karst-emu-setup ' "$root/help.txt"
 test -s "$root/dev/mmcblk0"
 KARST_ROOT=$root "$prefix/bin/karstctl" --version | grep -q '^karstctl '
 KARST_ROOT=$root "$prefix/bin/otp" getsn | grep -Eqx 'KB[0-9]{10}'
+# karstd with its bus policy and a unit that starts the installed program.
+if [ -e "$build/tools/karstd/karstd" ]; then
+    "$prefix/sbin/karstd" --version | grep -q '^karstd '
+    test -f "$prefix/share/dbus-1/system.d/xyz.openbmc_project.Software.Karst.conf"
+    grep -qx "ExecStart=$prefix/sbin/karstd" "$prefix/lib/systemd/system/karstd.service" ||
+        fail "karstd.service does not start $prefix/sbin/karstd"
+fi
 echo "install check passed: karst $version in $prefix: pkg-config (shared and static), the CMake" \
-    "package (shared and static), the tools, the emulator and its set-up program"
+    "package (shared and static), the tools, the emulator and its set-up program, karstd"
