@@ -6,6 +6,7 @@ namespace {
 
 constexpr char ACTIVATION[] = "xyz.openbmc_project.Software.Activation";
 constexpr char PROGRESS[] = "xyz.openbmc_project.Software.ActivationProgress";
+constexpr char VERSION[] = "xyz.openbmc_project.Software.Version";
 constexpr auto CHANGES = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
 
 const sd_bus_vtable ACTIVATION_VTABLE[] = {
@@ -22,6 +23,14 @@ const sd_bus_vtable PROGRESS_VTABLE[] = {
     SD_BUS_VTABLE_END,
 };
 
+const sd_bus_vtable VERSION_VTABLE[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_PROPERTY("Version", "s", property<&SoftwareObject::version>, 0, CHANGES),
+    SD_BUS_PROPERTY("Purpose", "s", property<&SoftwareObject::purpose>, 0,
+                    SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_VTABLE_END,
+};
+
 } // namespace
 
 SoftwareObject::SoftwareObject(sd_bus *bus, std::string path, const char *purpose, Activation state)
@@ -29,7 +38,7 @@ SoftwareObject::SoftwareObject(sd_bus *bus, std::string path, const char *purpos
       progress_(state == Activation::active ? 100 : 0) {
     activation_slot_ = add_interface(bus_, path_, ACTIVATION, ACTIVATION_VTABLE, this);
     progress_slot_ = add_interface(bus_, path_, PROGRESS, PROGRESS_VTABLE, this);
-    version_slot_ = add_interface(bus_, path_, VERSION, VERSION_VTABLE<SoftwareObject>, this);
+    version_slot_ = add_interface(bus_, path_, VERSION, VERSION_VTABLE, this);
     sd_bus_emit_object_added(bus_, path_.c_str());
 }
 

@@ -11,19 +11,6 @@ namespace karstd {
 
 enum class Activation { activating, active, failed };
 
-constexpr char VERSION[] = "xyz.openbmc_project.Software.Version";
-
-// Software.Version of an object whose class answers version() and purpose(): a type's object
-// and each of its updates.
-template <class Owner>
-inline const sd_bus_vtable VERSION_VTABLE[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("Version", "s", property<&Owner::version>, 0,
-                    SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
-    SD_BUS_PROPERTY("Purpose", "s", property<&Owner::purpose>, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_VTABLE_END,
-};
-
 class SoftwareObject {
   public:
     // Puts the object on the bus and announces it.

@@ -19,6 +19,7 @@ namespace {
 
 constexpr char SOFTWARE_ROOT[] = "/xyz/openbmc_project/software/karst";
 constexpr char UPDATE[] = "xyz.openbmc_project.Software.Update";
+constexpr char VERSION[] = "xyz.openbmc_project.Software.Version";
 constexpr char IMMEDIATE[] = "xyz.openbmc_project.Software.ApplyTime.RequestedApplyTimes.Immediate";
 constexpr char ON_RESET[] = "xyz.openbmc_project.Software.ApplyTime.RequestedApplyTimes.OnReset";
 constexpr uint64_t TICK_US = 200000;     // how often a running update's progress is read
@@ -33,6 +34,15 @@ const sd_bus_vtable UPDATE_VTABLE[] = {
                              SD_BUS_PARAM(ObjectPath), method<&TypeObject::start_update>,
                              SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_PROPERTY("AllowedApplyTimes", "as", property<&TypeObject::allowed_apply_times>, 0,
+                    SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_VTABLE_END,
+};
+
+const sd_bus_vtable VERSION_VTABLE[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_PROPERTY("Version", "s", property<&TypeObject::version>, 0,
+                    SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+    SD_BUS_PROPERTY("Purpose", "s", property<&TypeObject::purpose>, 0,
                     SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_VTABLE_END,
 };
@@ -89,7 +99,7 @@ Activation activation_of(RecordState state) {
 UpdateService::TypeObject::TypeObject(UpdateService &service, const ImageType &type)
     : service_(service), type_(type), path_(std::string(SOFTWARE_ROOT) + "/" + type.name) {
     update_slot_ = add_interface(service.bus_, path_, UPDATE, UPDATE_VTABLE, this);
-    version_slot_ = add_interface(service.bus_, path_, VERSION, VERSION_VTABLE<TypeObject>, this);
+    version_slot_ = add_interface(service.bus_, path_, VERSION, VERSION_VTABLE, this);
 }
 
 std::vector<std::string> UpdateService::TypeObject::allowed_apply_times() const {
